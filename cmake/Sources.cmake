@@ -1,0 +1,16 @@
+set(ROUTVANE_CORE_SOURCES
+  src/util/Platform.cpp
+  src/util/Registry.cpp
+  src/util/qorException.cpp
+  src/util/UnicodeUtilInclude.cpp
+  src/trace/ZelComponent.cpp
+  src/trace/ZelTraceManager.cpp
+  src/trace/tracefunc.cpp
+  src/com/Module.cpp
+  src/com/Registration.cpp
+  src/pac/SafeRegex.cpp
+  src/resolver/Routvane.cpp
+  src/resolver/WinInetSettings.cpp
+  src/resolver/ProxyParsing.cpp
+  src/resolver/Placeholders.cpp
+)

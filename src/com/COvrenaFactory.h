@@ -1,0 +1,31 @@
+// The class object template; the module serves one creatable class.
+#pragma once
+
+#include <new>
+
+#include "com/COvrenaUnknown.h"
+
+class COvrenaFactoryBase {};
+
+template <class T>
+class COvrenaFactory : public COvrenaUnknown<IClassFactory, &IID_IClassFactory>,
+                       private COvrenaFactoryBase {
+public:
+    STDMETHODIMP CreateInstance(IUnknown *outer, REFIID iid, void **out) override {
+        if (out) *out = nullptr;
+        if (outer) return CLASS_E_NOAGGREGATION;
+        T *object = new (std::nothrow) T();
+        if (!object) return E_OUTOFMEMORY;
+        // The object starts at count 0: the caller's pointer is its only
+        // reference, and a refused interface must not leave it alive.
+        object->AddRef();
+        const HRESULT hr = object->QueryInterface(iid, out);
+        object->Release();
+        return hr;
+    }
+
+    STDMETHODIMP LockServer(BOOL lock) override {
+        ModuleLockServer(lock != FALSE);
+        return S_OK;
+    }
+};

@@ -1,0 +1,69 @@
+// The resolver object: one client's question "which proxy for host:port",
+// answered from the default browser's settings.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "com/COvrenaUnknown.h"
+#include "routvane.h"
+
+struct ProxyEntry {
+    uint32_t kind;  // 0 direct, 1 the proxy in host and port
+    std::string host;
+    uint32_t port;
+};
+
+enum : uint32_t { PROXY_ENTRY_DIRECT = 0, PROXY_ENTRY_PROXY = 1 };
+
+class Routvane : public COvrenaUnknown<IRoutvane, &IID_IRoutvane> {
+public:
+    Routvane();
+    ~Routvane() override;
+
+    // IRoutvane
+    unsigned int STDMETHODCALLTYPE RoutvaneBrowser(unsigned int options, const char *target,
+                                                  unsigned int port) override;
+    long long STDMETHODCALLTYPE GetProxyCount() override;
+    bool STDMETHODCALLTYPE GetProxy(int index, bool *direct, char *host, int size,
+                                    unsigned int *port) override;
+    bool STDMETHODCALLTYPE GetAutoConfigURL(char *buffer, int size) override;
+    bool STDMETHODCALLTYPE GetAutoConfigScript(char *buffer, int size) override;
+    bool STDMETHODCALLTYPE GetBrowser(unsigned int *code) override;
+
+    // Settings sources; each answers 0 (entries added), 1 (direct) or 2 (failed).
+    uint32_t GetProxyFromIE(uint32_t options, const std::string &target, uint32_t port);
+    uint32_t GetProxyFromNetscape(uint32_t options, const std::string &target, uint32_t port);
+    uint32_t RunAutoProxyURL(uint32_t options, const std::string &target, uint32_t port,
+                             const std::string &pacUrl);
+    uint32_t RunAutoDetect(uint32_t options, const std::string &target, uint32_t port);
+
+    // Proxy strings of the settings, appended to the list.
+    int32_t ParseProxy(const std::string &text);
+    int32_t ParseIEProxyForScheme(const std::string &list, const std::string &scheme);
+    int32_t ParseIEProxy(const std::string &list);
+
+    const std::vector<ProxyEntry> &proxies() const { return proxies_; }
+    const std::string &autoConfigURL() const { return autoConfigURL_; }
+    const std::string &autoConfigScript() const { return autoConfigScript_; }
+    uint32_t browser() const { return browser_; }
+
+private:
+    std::string autoConfigURL_;
+    std::string autoConfigScript_;
+    std::vector<ProxyEntry> proxies_;
+    uint32_t browser_ = ROUTVANE_BROWSER_UNKNOWN;
+};
+
+// Whether the target is exempt from the fixed proxy by the bypass list.
+bool IsBypassed(const std::string &target, uint32_t port, const std::string &list);
+
+// True when the process runs as the LocalSystem account.
+bool IsLocalSystem();
+
+// 0 for Internet Explorer, 1 for Netscape Navigator, from the .html association.
+uint32_t GetDefaultBrowser();
+
+// A non-zero REG_DWORD under HKEY_LOCAL_MACHINE\Software\Ovrena, else the default.
+uint32_t ReadRegistryDword(const char *name, uint32_t defaultValue);

@@ -1,0 +1,277 @@
+#include "TestSupport.h"
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "trace/ZelTraceManager.h"
+
+ScopedRegistryValue::ScopedRegistryValue(HKEY root, std::string key, std::string name)
+    : root_(root), key_(std::move(key)), name_(std::move(name)) {
+    HKEY k = nullptr;
+    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &k) == ERROR_SUCCESS) {
+        DWORD size = 0;
+        if (RegQueryValueExA(k, name_.empty() ? nullptr : name_.c_str(), nullptr, &oldType_,
+                             nullptr, &size) == ERROR_SUCCESS) {
+            old_.resize(size);
+            had_ = RegQueryValueExA(k, name_.empty() ? nullptr : name_.c_str(), nullptr, &oldType_,
+                                    old_.data(), &size) == ERROR_SUCCESS;
+        }
+        RegCloseKey(k);
+    }
+}
+
+ScopedRegistryValue::ScopedRegistryValue(ScopedRegistryValue &&other) noexcept
+    : root_(other.root_),
+      key_(std::move(other.key_)),
+      name_(std::move(other.name_)),
+      active_(other.active_),
+      had_(other.had_),
+      oldType_(other.oldType_),
+      old_(std::move(other.old_)) {
+    other.active_ = false;
+}
+
+void ScopedRegistryValue::set(DWORD type, const void *data, DWORD size) {
+    HKEY k = nullptr;
+    if (RegCreateKeyExA(root_, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k,
+                        nullptr) != ERROR_SUCCESS)
+        return;
+    const char *name = name_.empty() ? nullptr : name_.c_str();
+    if (data)
+        RegSetValueExA(k, name, 0, type, static_cast<const BYTE *>(data), size);
+    else
+        RegDeleteValueA(k, name);
+    RegCloseKey(k);
+}
+
+ScopedRegistryValue::~ScopedRegistryValue() {
+    if (!active_) return;
+    if (had_)
+        set(oldType_, old_.data(), static_cast<DWORD>(old_.size()));
+    else
+        set(0, nullptr, 0);
+}
+
+ScopedRegistryValue ScopedRegistryValue::String(const std::string &name, const std::string &value,
+                                                HKEY root, const std::string &key) {
+    ScopedRegistryValue v(root, key, name);
+    v.set(REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1));
+    return v;
+}
+
+ScopedRegistryValue ScopedRegistryValue::Dword(const std::string &name, DWORD value, HKEY root,
+                                               const std::string &key) {
+    ScopedRegistryValue v(root, key, name);
+    v.set(REG_DWORD, &value, sizeof value);
+    return v;
+}
+
+ScopedRegistryValue ScopedRegistryValue::Raw(const std::string &name, DWORD type, const void *data,
+                                             DWORD size, HKEY root, const std::string &key) {
+    ScopedRegistryValue v(root, key, name);
+    static const BYTE empty = 0;
+    v.set(type, data ? data : &empty, size);
+    return v;
+}
+
+ScopedRegistryValue ScopedRegistryValue::Absent(const std::string &name, HKEY root,
+                                                const std::string &key) {
+    ScopedRegistryValue v(root, key, name);
+    v.set(0, nullptr, 0);
+    return v;
+}
+
+void DeleteRegistryTree(HKEY root, const std::string &key) { RegDeleteTreeA(root, key.c_str()); }
+
+namespace {
+
+void RemoveTree(const std::string &path) {
+    WIN32_FIND_DATAA data;
+    HANDLE find = FindFirstFileA((path + "\\*").c_str(), &data);
+    if (find != INVALID_HANDLE_VALUE) {
+        do {
+            const std::string name = data.cFileName;
+            if (name == "." || name == "..") continue;
+            const std::string full = path + "\\" + name;
+            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
+                RemoveTree(full);
+            else
+                DeleteFileA(full.c_str());
+        } while (FindNextFileA(find, &data));
+        FindClose(find);
+    }
+    RemoveDirectoryA(path.c_str());
+}
+
+}  // namespace
+
+TempDir::TempDir() {
+    char base[MAX_PATH + 1];
+    GetTempPathA(MAX_PATH, base);
+    static unsigned counter = 0;
+    for (;;) {
+        char name[MAX_PATH + 64];
+        snprintf(name, sizeof name, "%srvtest-%lu-%u", base, GetCurrentProcessId(), ++counter);
+        if (CreateDirectoryA(name, nullptr)) {
+            path_ = name;
+            break;
+        }
+    }
+}
+
+TempDir::~TempDir() { RemoveTree(path_); }
+
+std::string ReadFileText(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+std::vector<std::string> ReadLines(const std::string &path) {
+    std::vector<std::string> lines;
+    std::istringstream in(ReadFileText(path));
+    std::string line;
+    while (std::getline(in, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+bool FileExists(const std::string &path) {
+    return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+void WriteFileText(const std::string &path, const std::string &text) {
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+}
+
+ScopedTrace::ScopedTrace(const std::string &path, const std::string &level,
+                         const std::string &filter)
+    : path_(path) {
+    const std::string exe = ZelExecutableName();
+    values_.push_back(ScopedRegistryValue::String("Debug-" + exe, path));
+    if (level.empty())
+        values_.push_back(ScopedRegistryValue::Absent("DebugLevel-" + exe));
+    else
+        values_.push_back(ScopedRegistryValue::String("DebugLevel-" + exe, level));
+    if (filter.empty())
+        values_.push_back(ScopedRegistryValue::Absent("DebugFilter-" + exe));
+    else
+        values_.push_back(ScopedRegistryValue::String("DebugFilter-" + exe, filter));
+    ZelTraceReload();
+}
+
+ScopedTrace::~ScopedTrace() {
+    values_.clear();
+    ZelTraceReload();
+}
+
+std::vector<std::string> ScopedTrace::linesWith(const std::string &fragment) const {
+    std::vector<std::string> found;
+    for (const std::string &line : lines())
+        if (LineText(line).find(fragment) != std::string::npos) found.push_back(line);
+    return found;
+}
+
+time_t FakeClock::now = 0;
+long FakeClock::localOffsetSeconds = 0;
+DWORD FakeClock::tick = 0;
+WORD FakeClock::milliseconds = 0;
+
+namespace {
+
+bool BreakDown(time_t t, struct tm *out) {
+    // Days since the epoch to a civil date (proleptic Gregorian).
+    long long days = t / 86400;
+    long long rem = t % 86400;
+    if (rem < 0) {
+        rem += 86400;
+        --days;
+    }
+    out->tm_hour = static_cast<int>(rem / 3600);
+    out->tm_min = static_cast<int>(rem % 3600 / 60);
+    out->tm_sec = static_cast<int>(rem % 60);
+    out->tm_wday = static_cast<int>((days + 4) % 7 + 7) % 7;
+    long long z = days + 719468;
+    const long long era = (z >= 0 ? z : z - 146096) / 146097;
+    const long long doe = z - era * 146097;
+    const long long yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    long long y = yoe + era * 400;
+    const long long doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    const long long mp = (5 * doy + 2) / 153;
+    const long long d = doy - (153 * mp + 2) / 5 + 1;
+    const long long m = mp < 10 ? mp + 3 : mp - 9;
+    if (m <= 2) ++y;
+    out->tm_year = static_cast<int>(y - 1900);
+    out->tm_mon = static_cast<int>(m - 1);
+    out->tm_mday = static_cast<int>(d);
+    static const int cumulative[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+    const bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+    out->tm_yday = cumulative[m - 1] + static_cast<int>(d) - 1 + (leap && m > 2 ? 1 : 0);
+    out->tm_isdst = 0;
+    return true;
+}
+
+}  // namespace
+
+time_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
+    // Days from civil, the inverse of BreakDown.
+    const int y = year - (month <= 2 ? 1 : 0);
+    const int era = (y >= 0 ? y : y - 399) / 400;
+    const unsigned yoe = static_cast<unsigned>(y - era * 400);
+    const unsigned doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    const long long days = era * 146097LL + doe - 719468;
+    return static_cast<time_t>(days * 86400 + hour * 3600 + minute * 60 + second);
+}
+
+void FakeClock::Install(ScopedPlatform &platform, time_t start) {
+    now = start;
+    tick = 1000;
+    milliseconds = 0;
+    platform->time = [](time_t *out) {
+        if (out) *out = now;
+        return now;
+    };
+    platform->gmtime = [](time_t t, struct tm *out) { return BreakDown(t, out); };
+    platform->localtime = [](time_t t, struct tm *out) {
+        return BreakDown(t + localOffsetSeconds, out);
+    };
+    platform->GetSystemTime = [](SYSTEMTIME *out) {
+        struct tm tm;
+        BreakDown(now, &tm);
+        out->wYear = static_cast<WORD>(tm.tm_year + 1900);
+        out->wMonth = static_cast<WORD>(tm.tm_mon + 1);
+        out->wDayOfWeek = static_cast<WORD>(tm.tm_wday);
+        out->wDay = static_cast<WORD>(tm.tm_mday);
+        out->wHour = static_cast<WORD>(tm.tm_hour);
+        out->wMinute = static_cast<WORD>(tm.tm_min);
+        out->wSecond = static_cast<WORD>(tm.tm_sec);
+        out->wMilliseconds = milliseconds;
+    };
+    platform->GetTickCount = []() { return tick; };
+}
+
+namespace {
+
+std::string Field(const std::string &line, int index) {
+    size_t start = 0;
+    for (int i = 0; i < index; ++i) {
+        const size_t tab = line.find('\t', start);
+        if (tab == std::string::npos) return std::string();
+        start = tab + 1;
+    }
+    if (index == 3) return line.substr(start);
+    const size_t end = line.find('\t', start);
+    return line.substr(start, end == std::string::npos ? std::string::npos : end - start);
+}
+
+}  // namespace
+
+std::string LineText(const std::string &line) { return Field(line, 3); }
+std::string LineLevel(const std::string &line) { return Field(line, 1); }
+std::string LineComponent(const std::string &line) { return Field(line, 2); }

@@ -1,0 +1,105 @@
+// Shared helpers of the test programs: registry values, temporary folders,
+// trace files and a fixed clock, each undone when its owner goes.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "util/Platform.h"
+
+// Sets a value under HKEY_LOCAL_MACHINE\Software\Ovrena (or another key) and
+// puts back what was there before when it goes.
+class ScopedRegistryValue {
+public:
+    static ScopedRegistryValue String(const std::string &name, const std::string &value,
+                                      HKEY root = HKEY_LOCAL_MACHINE,
+                                      const std::string &key = "Software\\Ovrena");
+    static ScopedRegistryValue Dword(const std::string &name, DWORD value,
+                                     HKEY root = HKEY_LOCAL_MACHINE,
+                                     const std::string &key = "Software\\Ovrena");
+    static ScopedRegistryValue Raw(const std::string &name, DWORD type, const void *data,
+                                   DWORD size, HKEY root = HKEY_LOCAL_MACHINE,
+                                   const std::string &key = "Software\\Ovrena");
+    // Removes the value for the scope.
+    static ScopedRegistryValue Absent(const std::string &name, HKEY root = HKEY_LOCAL_MACHINE,
+                                      const std::string &key = "Software\\Ovrena");
+    ScopedRegistryValue(ScopedRegistryValue &&other) noexcept;
+    ScopedRegistryValue &operator=(ScopedRegistryValue &&) = delete;
+    ScopedRegistryValue(const ScopedRegistryValue &) = delete;
+    ~ScopedRegistryValue();
+
+private:
+    ScopedRegistryValue(HKEY root, std::string key, std::string name);
+    void set(DWORD type, const void *data, DWORD size);
+
+    HKEY root_;
+    std::string key_;
+    std::string name_;
+    bool active_ = true;
+    bool had_ = false;
+    DWORD oldType_ = 0;
+    std::vector<BYTE> old_;
+};
+
+// Deletes a whole key tree under a root, ignoring a missing one.
+void DeleteRegistryTree(HKEY root, const std::string &key);
+
+// A fresh folder under %TEMP%, removed with everything in it.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+    const std::string &path() const { return path_; }
+    std::string file(const std::string &name) const { return path_ + "\\" + name; }
+
+private:
+    std::string path_;
+};
+
+std::string ReadFileText(const std::string &path);
+std::vector<std::string> ReadLines(const std::string &path);
+bool FileExists(const std::string &path);
+void WriteFileText(const std::string &path, const std::string &text);
+
+// Points this program's trace file at path (with an optional level word and
+// filter) and reloads tracing; stops tracing again when it goes.
+class ScopedTrace {
+public:
+    explicit ScopedTrace(const std::string &path, const std::string &level = "",
+                         const std::string &filter = "");
+    ~ScopedTrace();
+    ScopedTrace(const ScopedTrace &) = delete;
+    ScopedTrace &operator=(const ScopedTrace &) = delete;
+    const std::string &path() const { return path_; }
+    std::vector<std::string> lines() const { return ReadLines(path_); }
+    // Lines whose text (after the third tab) contains the fragment.
+    std::vector<std::string> linesWith(const std::string &fragment) const;
+
+private:
+    std::string path_;
+    std::vector<ScopedRegistryValue> values_;
+};
+
+// A clock the test moves by hand. Local time is UTC plus a fixed offset.
+struct FakeClock {
+    static time_t now;
+    static long localOffsetSeconds;
+    static DWORD tick;
+    static WORD milliseconds;
+    static void Install(ScopedPlatform &platform, time_t start);
+};
+
+// A UTC time_t for a calendar date and time.
+time_t UtcTime(int year, int month, int day, int hour, int minute, int second);
+
+// The text of a trace line after its prefix (time stamp, level, component).
+std::string LineText(const std::string &line);
+// The level word and component of a trace line.
+std::string LineLevel(const std::string &line);
+std::string LineComponent(const std::string &line);
