@@ -7,7 +7,7 @@ run=$2
 case "$action" in
 up)
   # A server left from an interrupted run is reused as it is.
-  "$run" --server -p 2>/dev/null || true
+  "$run" --server -p >/dev/null 2>&1 || true
   "$run" wineboot -i >/dev/null 2>&1
   ;;
 down)

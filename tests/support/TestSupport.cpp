@@ -82,7 +82,72 @@ ScopedRegistryValue ScopedRegistryValue::Absent(const std::string &name, HKEY ro
     return v;
 }
 
-void DeleteRegistryTree(HKEY root, const std::string &key) { RegDeleteTreeA(root, key.c_str()); }
+void DeleteRegistryTree(HKEY root, const std::string &key) {
+    RegDeleteTreeA(root, key.c_str());
+    RegDeleteKeyA(root, key.c_str());
+}
+
+namespace {
+
+void SaveTree(HKEY key, ScopedKeyRemoved::Tree &tree) {
+    for (DWORD i = 0;; ++i) {
+        char name[16384];
+        DWORD nameLength = sizeof name;
+        DWORD type = 0;
+        DWORD size = 0;
+        if (RegEnumValueA(key, i, name, &nameLength, nullptr, &type, nullptr, &size) !=
+            ERROR_SUCCESS)
+            break;
+        ScopedKeyRemoved::Value value{std::string(name, nameLength), type,
+                                      std::vector<BYTE>(size)};
+        nameLength = sizeof name;
+        RegEnumValueA(key, i, name, &nameLength, nullptr, &type, value.data.data(), &size);
+        tree.values.push_back(std::move(value));
+    }
+    for (DWORD i = 0;; ++i) {
+        char name[256];
+        DWORD nameLength = sizeof name;
+        if (RegEnumKeyExA(key, i, name, &nameLength, nullptr, nullptr, nullptr, nullptr) !=
+            ERROR_SUCCESS)
+            break;
+        HKEY child = nullptr;
+        if (RegOpenKeyExA(key, name, 0, KEY_READ, &child) != ERROR_SUCCESS) continue;
+        ScopedKeyRemoved::Tree sub;
+        sub.name = name;
+        SaveTree(child, sub);
+        RegCloseKey(child);
+        tree.children.push_back(std::move(sub));
+    }
+}
+
+void RestoreTree(HKEY parent, const ScopedKeyRemoved::Tree &tree) {
+    HKEY key = nullptr;
+    if (RegCreateKeyExA(parent, tree.name.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
+                        nullptr) != ERROR_SUCCESS)
+        return;
+    for (const auto &value : tree.values)
+        RegSetValueExA(key, value.name.empty() ? nullptr : value.name.c_str(), 0, value.type,
+                       value.data.data(), static_cast<DWORD>(value.data.size()));
+    for (const auto &child : tree.children) RestoreTree(key, child);
+    RegCloseKey(key);
+}
+
+}  // namespace
+
+ScopedKeyRemoved::ScopedKeyRemoved(HKEY root, const std::string &key) : root_(root), key_(key) {
+    HKEY k = nullptr;
+    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return;
+    existed_ = true;
+    saved_.name = key_;
+    SaveTree(k, saved_);
+    RegCloseKey(k);
+    DeleteRegistryTree(root_, key_);
+}
+
+ScopedKeyRemoved::~ScopedKeyRemoved() {
+    DeleteRegistryTree(root_, key_);
+    if (existed_) RestoreTree(root_, saved_);
+}
 
 namespace {
 

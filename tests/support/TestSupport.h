@@ -31,6 +31,8 @@ public:
     ScopedRegistryValue &operator=(ScopedRegistryValue &&) = delete;
     ScopedRegistryValue(const ScopedRegistryValue &) = delete;
     ~ScopedRegistryValue();
+    // Leaves the value as it is now when the owner goes.
+    void Dismiss() { active_ = false; }
 
 private:
     ScopedRegistryValue(HKEY root, std::string key, std::string name);
@@ -47,6 +49,33 @@ private:
 
 // Deletes a whole key tree under a root, ignoring a missing one.
 void DeleteRegistryTree(HKEY root, const std::string &key);
+
+// Takes a key tree away for the scope (values and sub-keys are kept in
+// memory) and puts it back, as it was, when it goes.
+class ScopedKeyRemoved {
+public:
+    ScopedKeyRemoved(HKEY root, const std::string &key);
+    ~ScopedKeyRemoved();
+    ScopedKeyRemoved(const ScopedKeyRemoved &) = delete;
+    ScopedKeyRemoved &operator=(const ScopedKeyRemoved &) = delete;
+
+    struct Value {
+        std::string name;
+        DWORD type;
+        std::vector<BYTE> data;
+    };
+    struct Tree {
+        std::string name;
+        std::vector<Value> values;
+        std::vector<Tree> children;
+    };
+
+private:
+    HKEY root_;
+    std::string key_;
+    bool existed_ = false;
+    Tree saved_;
+};
 
 // A fresh folder under %TEMP%, removed with everything in it.
 class TempDir {

@@ -1,0 +1,272 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstring>
+
+#include "FakeSettings.h"
+#include "TestSupport.h"
+#include "resolver/Routvane.h"
+
+namespace {
+
+// One resolver for a test, released at its end.
+struct Resolver {
+    Routvane *r = new Routvane();
+    Resolver() { r->AddRef(); }
+    ~Resolver() { r->Release(); }
+    Routvane *operator->() { return r; }
+};
+
+class RoutvaneTest : public testing::Test {
+protected:
+    void SetUp() override {
+        wininet_.Install(platform_);
+        token_.Install(platform_);
+        wininet_.flags = PROXY_TYPE_PROXY;
+        wininet_.proxyServer = "proxyhost:8080";
+    }
+    ScopedPlatform platform_;
+    FakeWinInet wininet_;
+    FakeToken token_;
+    ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
+    TempDir dir_;
+    ScopedTrace trace_{dir_.file("t.txt")};
+};
+
+TEST_F(RoutvaneTest, LocalSystemGoesDirectAtOnceAndChangesNothing) {
+    token_.localSystem = true;
+    Resolver r;
+    EXPECT_EQ(r->RoutvaneBrowser(0, "www.example.com", 80), ROUTVANE_DIRECT);
+    EXPECT_EQ(r->GetProxyCount(), 0);
+    unsigned code = 99;
+    EXPECT_FALSE(r->GetBrowser(&code));
+    EXPECT_EQ(code, ROUTVANE_BROWSER_UNKNOWN);
+    EXPECT_EQ(wininet_.perConnectionQueries, 0);
+    EXPECT_TRUE(trace_.linesWith("GetDefaultBrowser(").empty());
+}
+
+TEST_F(RoutvaneTest, TokenFailuresCountAsNotLocalSystem) {
+    const struct {
+        FakeToken::Failure failure;
+        const char *line;
+    } rows[] = {
+        {FakeToken::ALLOCATE_SID, "AllocateAndInitializeSid failed:  8 "},
+        {FakeToken::OPEN_TOKEN, "OpenProcessToken failed:  5 "},
+        {FakeToken::FIRST_QUERY, "GetTokenInformation (first call) failed:  6 "},
+        {FakeToken::SECOND_QUERY, "GetTokenInformation (second call) failed:  87 "},
+    };
+    for (const auto &row : rows) {
+        token_.failure = row.failure;
+        token_.localSystem = true;
+        Resolver r;
+        EXPECT_EQ(r->RoutvaneBrowser(0, "www.example.com", 80), ROUTVANE_PROXY) << row.line;
+        EXPECT_EQ(trace_.linesWith(row.line).size(), 1u) << row.line;
+    }
+}
+
+TEST_F(RoutvaneTest, TheRealTokenOfThisProcessIsNotLocalSystem) {
+    ScopedPlatform real;
+    real->AllocateAndInitializeSid = RealPlatform().AllocateAndInitializeSid;
+    real->OpenProcessToken = RealPlatform().OpenProcessToken;
+    real->GetTokenInformation = RealPlatform().GetTokenInformation;
+    EXPECT_FALSE(IsLocalSystem());
+}
+
+TEST_F(RoutvaneTest, TwoResolvesOnOneObjectKeepBothEntries) {
+    Resolver r;
+    EXPECT_EQ(r->RoutvaneBrowser(0, "a.example", 80), ROUTVANE_PROXY);
+    EXPECT_EQ(r->RoutvaneBrowser(0, "b.example", 80), ROUTVANE_PROXY);
+    ASSERT_EQ(r->GetProxyCount(), 2);
+    for (int i = 0; i < 2; ++i) {
+        bool direct = true;
+        char host[64];
+        unsigned port = 0;
+        EXPECT_TRUE(r->GetProxy(i, &direct, host, sizeof host, &port));
+        EXPECT_FALSE(direct);
+        EXPECT_STREQ(host, "proxyhost");
+        EXPECT_EQ(port, 8080u);
+    }
+    unsigned code = 99;
+    EXPECT_TRUE(r->GetBrowser(&code));
+    EXPECT_EQ(code, ROUTVANE_BROWSER_IE);
+    char url[16];
+    memset(url, 'x', sizeof url);
+    EXPECT_FALSE(r->GetAutoConfigURL(url, sizeof url));
+    EXPECT_STREQ(url, "");
+    EXPECT_FALSE(r->GetAutoConfigScript(url, sizeof url));
+}
+
+// A buffer with guard bytes on both sides of the part handed out.
+struct Guarded {
+    static const int kGuard = 16;
+    char bytes[kGuard + 64 + kGuard];
+    Guarded() { memset(bytes, '#', sizeof bytes); }
+    char *buffer() { return bytes + kGuard; }
+    bool guardsIntact(int size) const {
+        const int used = size > 0 ? size : 0;
+        for (int i = 0; i < kGuard; ++i)
+            if (bytes[i] != '#') return false;
+        for (size_t i = kGuard + used; i < sizeof bytes; ++i)
+            if (bytes[i] != '#') return false;
+        return true;
+    }
+};
+
+TEST_F(RoutvaneTest, GetProxyKeepsToItsIndexesAndBuffers) {
+    Resolver r;
+    // Before any entry every index is refused, 0 included.
+    for (int index : {0, 1, -1, INT_MAX, INT_MIN}) {
+        Guarded g;
+        bool direct = true;
+        unsigned port = 7;
+        EXPECT_FALSE(r->GetProxy(index, &direct, g.buffer(), 8, &port)) << index;
+        EXPECT_TRUE(direct);
+        EXPECT_EQ(port, 7u);
+        EXPECT_TRUE(g.guardsIntact(0));
+    }
+    ASSERT_EQ(r->RoutvaneBrowser(0, "www.example.com", 443), ROUTVANE_PROXY);
+    const struct {
+        int index;
+        int size;
+        bool accepted;
+        const char *host;
+    } rows[] = {
+        {0, 5, true, "prox"},       {0, 64, true, "proxyhost"}, {0, 10, true, "proxyhost"},
+        {0, 9, true, "proxyhos"},   {0, 1, true, ""},            {0, 0, true, nullptr},
+        {0, -5, true, nullptr},     {1, 64, false, nullptr},     {-1, 64, false, nullptr},
+        {INT_MAX, 64, false, nullptr}, {INT_MIN, 64, false, nullptr},
+    };
+    for (const auto &row : rows) {
+        Guarded g;
+        bool direct = true;
+        unsigned port = 7;
+        EXPECT_EQ(r->GetProxy(row.index, &direct, g.buffer(), row.size, &port), row.accepted)
+            << row.index << "/" << row.size;
+        EXPECT_TRUE(g.guardsIntact(row.size)) << row.index << "/" << row.size;
+        if (row.host) {
+            EXPECT_STREQ(g.buffer(), row.host);
+        }
+        if (row.accepted) {
+            EXPECT_FALSE(direct);
+            EXPECT_EQ(port, 8080u);
+        }
+    }
+    EXPECT_TRUE(r->GetProxy(0, nullptr, nullptr, 64, nullptr));
+}
+
+TEST_F(RoutvaneTest, EntriesWithoutHostAndPortReadAsDirect) {
+    Resolver r;
+    r->ParseProxy(":0");
+    r->ParseProxy(":81");
+    bool direct = false;
+    char host[8] = "x";
+    unsigned port = 7;
+    EXPECT_TRUE(r->GetProxy(0, &direct, host, sizeof host, &port));
+    EXPECT_TRUE(direct);
+    EXPECT_STREQ(host, "");
+    EXPECT_EQ(port, 0u);
+    EXPECT_TRUE(r->GetProxy(1, &direct, host, sizeof host, &port));
+    EXPECT_FALSE(direct);
+    EXPECT_EQ(port, 81u);
+}
+
+TEST_F(RoutvaneTest, OddTargetsAndPortsAreAnswered) {
+    const std::string huge(64 * 1024, 'h');
+    const struct {
+        const char *target;
+        unsigned port;
+    } rows[] = {{nullptr, 80}, {"", 80}, {huge.c_str(), 0xFFFFFFFFu}, {"\xE9\xE8.example", 0}};
+    for (const auto &row : rows) {
+        Resolver r;
+        EXPECT_EQ(r->RoutvaneBrowser(0, row.target, row.port), ROUTVANE_PROXY);
+        EXPECT_EQ(r->GetProxyCount(), 1);
+    }
+}
+
+struct BrowserCase {
+    const char *name;
+    const char *command;  // null: no command key at all
+    unsigned code;
+    const char *line;
+};
+
+class DefaultBrowserTest : public testing::TestWithParam<BrowserCase> {};
+
+TEST_P(DefaultBrowserTest, FollowsTheOpenCommand) {
+    const BrowserCase &c = GetParam();
+    TempDir dir;
+    ScopedTrace trace(dir.file("t.txt"));
+    std::unique_ptr<ScopedBrowserCommand> browser;
+    std::unique_ptr<ScopedKeyRemoved> command;
+    browser.reset(new ScopedBrowserCommand(c.command ? c.command : ""));
+    if (!c.command)
+        command.reset(new ScopedKeyRemoved(HKEY_CLASSES_ROOT, "RoutvaneTestDocument\\shell\\open\\command"));
+    EXPECT_EQ(GetDefaultBrowser(), c.code);
+    if (c.line) {
+        EXPECT_EQ(trace.linesWith(c.line).size(), 1u) << c.line;
+    }
+    EXPECT_EQ(trace.linesWith("Returning " + std::to_string(c.code) + " ").size(), 1u);
+}
+
+const std::string kLongCommand = "C:\\" + std::string(600, 'n') + "\\iexplore.exe";
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, DefaultBrowserTest,
+    testing::Values(BrowserCase{"ie_capitals", "C:\\PROGRA~1\\IEXPLORE.EXE -nohome", 0, nullptr},
+                    BrowserCase{"netscape", "C:\\Program Files\\Netscape\\NETSCAPE.EXE", 1, nullptr},
+                    BrowserCase{"other", "C:\\other\\browser.exe \"%1\"", 0,
+                                "Command is \"C:\\other\\browser.exe \"%1\"\""},
+                    BrowserCase{"other_defaults", "winebrowser", 0, "Defaulting to IE"},
+                    BrowserCase{"no_command", nullptr, 0, "Couldn't get open command key"},
+                    BrowserCase{"overlong_command", kLongCommand.c_str(), 0,
+                                "Couldn't get open command value"}),
+    [](const testing::TestParamInfo<BrowserCase> &info) { return std::string(info.param.name); });
+
+TEST(DefaultBrowserAssociationTest, MissingOrBrokenAssociationsDefaultToIE) {
+    TempDir dir;
+    ScopedTrace trace(dir.file("t.txt"));
+    ScopedKeyRemoved html(HKEY_CLASSES_ROOT, ".html");
+    ScopedKeyRemoved htm(HKEY_CLASSES_ROOT, ".htm");
+    EXPECT_EQ(GetDefaultBrowser(), 0u);
+    EXPECT_EQ(trace.linesWith("Couldn't get class key for .html/.htm files").size(), 1u);
+
+    // .htm stands in for a missing .html.
+    ScopedKeyRemoved cls(HKEY_CLASSES_ROOT, "RoutvaneTestDocument");
+    auto htmClass = ScopedRegistryValue::String("", "RoutvaneTestDocument", HKEY_CLASSES_ROOT, ".htm");
+    auto command = ScopedRegistryValue::String("", "netscape.exe", HKEY_CLASSES_ROOT,
+                                               "RoutvaneTestDocument\\shell\\open\\command");
+    EXPECT_EQ(GetDefaultBrowser(), 1u);
+
+    const std::string longClass(200, 'c');
+    const DWORD number = 5;
+    const struct {
+        DWORD type;
+        const void *data;
+        DWORD size;
+    } broken[] = {{REG_DWORD, &number, sizeof number},
+                  {REG_SZ, longClass.c_str(), static_cast<DWORD>(longClass.size() + 1)}};
+    for (const auto &b : broken) {
+        auto value = ScopedRegistryValue::Raw("", b.type, b.data, b.size, HKEY_CLASSES_ROOT, ".htm");
+        EXPECT_EQ(GetDefaultBrowser(), 0u);
+    }
+    EXPECT_EQ(trace.linesWith("Couldn't get class value for .html/.htm files").size(), 2u);
+}
+
+TEST(RegistryDwordTest, OnlyANonZeroDwordCounts) {
+    const DWORD thirty = 30, zero = 0;
+    const struct {
+        DWORD type;
+        const void *data;
+        DWORD size;
+        uint32_t expected;
+    } rows[] = {{REG_DWORD, &thirty, 4, 30}, {REG_DWORD, &zero, 4, 5}, {REG_SZ, "30", 3, 5},
+                {REG_BINARY, "\x1e\0\0\0\0\0\0\0", 8, 5}, {REG_QWORD, "\x1e\0\0\0\0\0\0\0", 8, 5}};
+    for (const auto &row : rows) {
+        auto value = ScopedRegistryValue::Raw("RoutvaneTestDword", row.type, row.data, row.size);
+        EXPECT_EQ(ReadRegistryDword("RoutvaneTestDword", 5), row.expected) << row.type;
+    }
+    auto absent = ScopedRegistryValue::Absent("RoutvaneTestDword");
+    EXPECT_EQ(ReadRegistryDword("RoutvaneTestDword", 5), 5u);
+}
+
+}  // namespace
