@@ -179,11 +179,25 @@ void ZelTraceManager::rollOver(const struct tm &day) {
     file_ = fopen(path_.c_str(), "a+");
 }
 
+bool ZelTraceManager::localBreakdown(time_t t, struct tm &out) {
+    const auto breakDown = Platform().localtime;
+    if (breakDown != brokenDownBy_ || t != brokenDownTime_) {
+        if (!breakDown(t, &brokenDown_)) {
+            brokenDownBy_ = nullptr;
+            return false;
+        }
+        brokenDownBy_ = breakDown;
+        brokenDownTime_ = t;
+    }
+    out = brokenDown_;
+    return true;
+}
+
 void ZelTraceManager::write(unsigned flags, const char *text) {
     ZelTraceGuard guard;
     if (!refresh()) return;
     struct tm yesterday;
-    if (Platform().localtime(Platform().time(nullptr) - 86400, &yesterday)) {
+    if (localBreakdown(Platform().time(nullptr) - 86400, yesterday)) {
         if (day_ == -1)
             day_ = yesterday.tm_mday;
         else if (yesterday.tm_mday != day_)

@@ -58,6 +58,7 @@ public:
 private:
     void readFileSetting();
     void rollOver(const struct tm &day);
+    bool localBreakdown(time_t t, struct tm &out);
 
     FILE *file_ = nullptr;
     int day_ = -1;
@@ -69,6 +70,11 @@ private:
     // stands at the end of the file, and a seek would only force an extra
     // write of the buffered part of the line.
     bool unflushed_ = false;
+    // The local breakdown of the last second asked for: every line written
+    // within one second needs the same one, and it is costly to make.
+    time_t brokenDownTime_ = 0;
+    struct tm brokenDown_ = {};
+    bool (*brokenDownBy_)(time_t, struct tm *) = nullptr;
 };
 
 // The process-wide instances; null outside start-up and tear-down.

@@ -57,8 +57,10 @@ private:
 
     int level_ = 0;
     std::string text_;
-    std::string function_;
-    std::string file_;
+    // Names are string literals of the callers: kept as pointers so that a
+    // disabled trace allocates nothing.
+    const char *function_;
+    const char *file_;
     unsigned line_;
     bool quiet_;
     uint64_t object_;

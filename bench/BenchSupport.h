@@ -1,0 +1,120 @@
+// Timing, memory and registry helpers shared by the benchmarks.
+#pragma once
+
+#include <windows.h>
+#include <psapi.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+inline double NowSeconds() {
+    static LARGE_INTEGER frequency = [] {
+        LARGE_INTEGER f;
+        QueryPerformanceFrequency(&f);
+        return f;
+    }();
+    LARGE_INTEGER now;
+    QueryPerformanceCounter(&now);
+    return static_cast<double>(now.QuadPart) / static_cast<double>(frequency.QuadPart);
+}
+
+inline double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    const size_t n = values.size();
+    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+// Seconds per call of each function, measured in interleaved batches so that
+// drift of the machine affects both alike; the medians of the batches.
+inline std::vector<double> CompareMedians(const std::vector<std::function<void()>> &bodies,
+                                          int batches, int callsPerBatch) {
+    std::vector<std::vector<double>> samples(bodies.size());
+    for (int b = 0; b < batches; ++b) {
+        for (size_t i = 0; i < bodies.size(); ++i) {
+            const double start = NowSeconds();
+            for (int c = 0; c < callsPerBatch; ++c) bodies[i]();
+            samples[i].push_back((NowSeconds() - start) / callsPerBatch);
+        }
+    }
+    std::vector<double> medians;
+    for (auto &s : samples) medians.push_back(Median(s));
+    return medians;
+}
+
+inline SIZE_T PrivateBytes() {
+    PROCESS_MEMORY_COUNTERS_EX counters = {};
+    counters.cb = sizeof counters;
+    GetProcessMemoryInfo(GetCurrentProcess(),
+                         reinterpret_cast<PROCESS_MEMORY_COUNTERS *>(&counters), sizeof counters);
+    return counters.PrivateUsage;
+}
+
+inline DWORD HandleCount() {
+    DWORD count = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &count);
+    return count;
+}
+
+// Sets (or with a null value removes) a string value, put back when it goes.
+class BenchRegistryValue {
+public:
+    BenchRegistryValue(HKEY root, const char *key, const char *name, const char *value)
+        : root_(root), key_(key), name_(name) {
+        RegCreateKeyExA(root_, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &handle_,
+                        nullptr);
+        DWORD size = sizeof old_;
+        had_ = RegQueryValueExA(handle_, name, nullptr, &type_, old_, &size) == ERROR_SUCCESS;
+        oldSize_ = size;
+        Set(value);
+    }
+    BenchRegistryValue(HKEY root, const char *key, const char *name, DWORD value)
+        : BenchRegistryValue(root, key, name, static_cast<const char *>(nullptr)) {
+        RegSetValueExA(handle_, name_.c_str(), 0, REG_DWORD, reinterpret_cast<BYTE *>(&value), 4);
+    }
+    ~BenchRegistryValue() {
+        if (had_)
+            RegSetValueExA(handle_, name_.c_str(), 0, type_, old_, oldSize_);
+        else
+            RegDeleteValueA(handle_, name_.c_str());
+        RegCloseKey(handle_);
+    }
+    void Set(const char *value) {
+        if (value)
+            RegSetValueExA(handle_, name_.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE *>(value),
+                           static_cast<DWORD>(strlen(value) + 1));
+        else
+            RegDeleteValueA(handle_, name_.c_str());
+    }
+
+private:
+    HKEY root_;
+    std::string key_, name_;
+    HKEY handle_ = nullptr;
+    bool had_ = false;
+    DWORD type_ = 0;
+    BYTE old_[1024];
+    DWORD oldSize_ = 0;
+};
+
+// Prints one target line and records whether it was met.
+struct Targets {
+    bool allMet = true;
+    void Check(const char *what, double measured, double limit, bool atMost = true) {
+        const bool met = atMost ? measured <= limit : measured >= limit;
+        allMet = allMet && met;
+        printf("  %-58s %10.3f %s %-8.3f %s\n", what, measured, atMost ? "<=" : ">=", limit,
+               met ? "met" : "MISSED");
+    }
+    int ExitCode() const { return allMet ? 0 : 1; }
+};
+
+inline std::string TempFileName(const char *prefix) {
+    char dir[MAX_PATH + 1];
+    GetTempPathA(MAX_PATH, dir);
+    char name[MAX_PATH + 64];
+    snprintf(name, sizeof name, "%s%s-%lu.txt", dir, prefix, GetCurrentProcessId());
+    return name;
+}
