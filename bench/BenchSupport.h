@@ -49,7 +49,23 @@ inline SIZE_T PrivateBytes() {
     counters.cb = sizeof counters;
     GetProcessMemoryInfo(GetCurrentProcess(),
                          reinterpret_cast<PROCESS_MEMORY_COUNTERS *>(&counters), sizeof counters);
-    return counters.PrivateUsage;
+    // The committed private bytes. Windows reports them in both fields;
+    // Wine fills in only the page-file one.
+    return counters.PagefileUsage > counters.PrivateUsage ? counters.PagefileUsage
+                                                          : counters.PrivateUsage;
+}
+
+// Whether PrivateBytes sees a deliberate 4 MiB allocation: a memory figure
+// is only worth quoting from a counter that moves.
+inline bool PrivateBytesMove() {
+    const SIZE_T before = PrivateBytes();
+    const size_t size = 4u << 20;
+    char *block = static_cast<char *>(VirtualAlloc(nullptr, size, MEM_COMMIT, PAGE_READWRITE));
+    if (!block) return false;
+    for (size_t i = 0; i < size; i += 4096) block[i] = 1;
+    const SIZE_T after = PrivateBytes();
+    VirtualFree(block, 0, MEM_RELEASE);
+    return after >= before + size / 2;
 }
 
 inline DWORD HandleCount() {

@@ -37,6 +37,7 @@ void BareLine(FILE *file, const char *text) {
 }  // namespace
 
 int main() {
+    setvbuf(stdout, nullptr, _IONBF, 0);
     ZelTraceStartup();
     Targets targets;
     const std::string exe = ZelExecutableName();

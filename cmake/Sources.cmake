@@ -9,8 +9,22 @@ set(ROUTVANE_CORE_SOURCES
   src/com/Module.cpp
   src/com/Registration.cpp
   src/pac/SafeRegex.cpp
+  src/pac/ComOwners.cpp
+  src/pac/PacGuids.cpp
+  src/pac/MyScriptSite.cpp
+  src/pac/ScriptHost.cpp
+  src/pac/FindProxyForURL.cpp
+  src/pac/HostFunctions.cpp
+  src/pac/DateFunctions.cpp
   src/resolver/Routvane.cpp
   src/resolver/WinInetSettings.cpp
   src/resolver/ProxyParsing.cpp
-  src/resolver/Placeholders.cpp
+  src/resolver/PacRetrieval.cpp
+  src/resolver/PacAnswer.cpp
+  src/resolver/PacEvaluation.cpp
+  src/resolver/Netscape.cpp
+  src/resolver/AutoDetect.cpp
+  src/dhcp/DHCPPacket.cpp
+  src/dhcp/NetworkInfo.cpp
+  src/dhcp/DhcpInform.cpp
 )

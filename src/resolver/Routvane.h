@@ -39,6 +39,12 @@ public:
                              const std::string &pacUrl);
     uint32_t RunAutoDetect(uint32_t options, const std::string &target, uint32_t port);
 
+    // PAC retrieval: 0 when a download completed (script filled only when
+    // the text holds "FindProxyForURL"), 2 when it failed.
+    uint32_t readURL(const std::string &url, std::string &script);
+    // A PAC answer appended to the list: 1 empty, 0 entries added, 2 none.
+    uint32_t ParseFindProxyForURLReturn(const std::string &returned);
+
     // Proxy strings of the settings, appended to the list.
     int32_t ParseProxy(const std::string &text);
     int32_t ParseIEProxyForScheme(const std::string &list, const std::string &scheme);

@@ -1,0 +1,189 @@
+// Resolver costs against the platform calls a resolve cannot avoid, the
+// bypass list against the regular expressions it must compile, and memory
+// over many resolves.
+#include "BenchSupport.h"
+
+#include <wininet.h>
+
+#include <cstring>
+#include <tre/regex.h>
+
+#include "pac/SafeRegex.h"
+#include "resolver/Routvane.h"
+#include "trace/ZelTraceManager.h"
+#include "util/Platform.h"
+
+namespace {
+
+const char kInternetSettings[] = "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
+
+unsigned ResolveOnce(const char *target) {
+    Routvane *r = new Routvane();
+    r->AddRef();
+    const unsigned status = r->RoutvaneBrowser(0, target, 443);
+    r->Release();
+    return status;
+}
+
+// The platform calls a resolve of a fixed proxy makes, and nothing else.
+void BareSequence() {
+    SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
+    PSID system = nullptr;
+    AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0, &system);
+    HANDLE token = nullptr;
+    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
+    DWORD needed = 0;
+    GetTokenInformation(token, TokenUser, nullptr, 0, &needed);
+    BYTE user[256];
+    GetTokenInformation(token, TokenUser, user, needed, &needed);
+    EqualSid(reinterpret_cast<TOKEN_USER *>(user)->User.Sid, system);
+    CloseHandle(token);
+    FreeSid(system);
+
+    HKEY html = nullptr, command = nullptr;
+    char value[512];
+    DWORD size = 128;
+    RegOpenKeyExA(HKEY_CLASSES_ROOT, ".html", 0, KEY_READ, &html);
+    RegQueryValueExA(html, nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value), &size);
+    RegOpenKeyExA(HKEY_CLASSES_ROOT, "RoutvaneBenchDocument\\shell\\open\\command", 0, KEY_READ,
+                  &command);
+    size = sizeof value;
+    RegQueryValueExA(command, nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value), &size);
+    RegCloseKey(command);
+    RegCloseKey(html);
+
+    LoadLibraryA("wininet.dll");
+    INTERNET_VERSION_INFO version;
+    DWORD length = sizeof version;
+    Platform().InternetQueryOptionA(nullptr, INTERNET_OPTION_VERSION, &version, &length);
+    INTERNET_PER_CONN_OPTIONA options[5] = {};
+    const DWORD ids[5] = {INTERNET_PER_CONN_AUTOCONFIG_URL, INTERNET_PER_CONN_AUTODISCOVERY_FLAGS,
+                          INTERNET_PER_CONN_FLAGS, INTERNET_PER_CONN_PROXY_BYPASS,
+                          INTERNET_PER_CONN_PROXY_SERVER};
+    for (int i = 0; i < 5; ++i) options[i].dwOption = ids[i];
+    INTERNET_PER_CONN_OPTION_LISTA list = {sizeof list, nullptr, 5, 0, options};
+    length = sizeof list;
+    Platform().InternetQueryOptionA(nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION, &list, &length);
+    for (int i : {0, 3, 4})
+        if (options[i].Value.pszValue) GlobalFree(options[i].Value.pszValue);
+    FreeLibrary(GetModuleHandleA("wininet.dll"));
+}
+
+// Twenty bypass tokens that do not match, and what matching them costs at
+// the least: a compile and a match of each translated expression.
+const char *const kBypass[20] = {"*.corp0.example", "*.corp1.example", "10.1.*", "10.2.*",
+                                 "*.intra3", "*.intra4", "host5", "host6", "*.lab7.example",
+                                 "*.lab8.example", "192.168.9.*", "*.dev10", "*.dev11", "svc12",
+                                 "svc13", "*.test14", "*.test15", "*.qa16", "*.qa17", "h18"};
+
+std::string BypassList() {
+    std::string list;
+    for (const char *token : kBypass) list += std::string(token) + ";";
+    return list;
+}
+
+void BareRegexes(const char *target) {
+    for (const char *token : kBypass) {
+        const std::string expression = ShellExpressionToRegex(token);
+        regex_t compiled;
+        if (regcomp(&compiled, expression.c_str(), REG_EXTENDED | REG_ICASE | REG_NOSUB) == 0) {
+            regexec(&compiled, target, 0, nullptr, 0);
+            regfree(&compiled);
+        }
+    }
+}
+
+// WinINet settings answered from memory, for the memory test.
+BOOL WINAPI SettingsFromMemory(HINTERNET, DWORD option, void *buffer, DWORD *) {
+    if (option != INTERNET_OPTION_PER_CONNECTION_OPTION) return FALSE;
+    auto *list = static_cast<INTERNET_PER_CONN_OPTION_LISTA *>(buffer);
+    for (DWORD i = 0; i < list->dwOptionCount; ++i) {
+        INTERNET_PER_CONN_OPTIONA &o = list->pOptions[i];
+        if (o.dwOption == INTERNET_PER_CONN_FLAGS) o.Value.dwValue = PROXY_TYPE_PROXY;
+        if (o.dwOption == INTERNET_PER_CONN_PROXY_SERVER || o.dwOption == INTERNET_PER_CONN_PROXY_BYPASS) {
+            const char *text = o.dwOption == INTERNET_PER_CONN_PROXY_SERVER ? "proxy.corp.example:3128"
+                                                                          : "<local>;*.intranet";
+            o.Value.pszValue = static_cast<char *>(GlobalAlloc(GMEM_FIXED, strlen(text) + 1));
+            strcpy(o.Value.pszValue, text);
+        }
+        if (o.dwOption == INTERNET_PER_CONN_AUTOCONFIG_URL) o.Value.pszValue = nullptr;
+    }
+    return TRUE;
+}
+
+}  // namespace
+
+int main() {
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    ZelTraceStartup();
+    Targets targets;
+    const std::string exe = ZelExecutableName();
+    BenchRegistryValue enable(HKEY_CURRENT_USER, kInternetSettings, "ProxyEnable", 1);
+    BenchRegistryValue server(HKEY_CURRENT_USER, kInternetSettings, "ProxyServer",
+                              "proxy.corp.example:3128");
+    BenchRegistryValue bypass(HKEY_CURRENT_USER, kInternetSettings, "ProxyOverride",
+                              static_cast<const char *>(nullptr));
+    BenchRegistryValue document(HKEY_CLASSES_ROOT, ".html", "", "RoutvaneBenchDocument");
+    BenchRegistryValue command(HKEY_CLASSES_ROOT, "RoutvaneBenchDocument\\shell\\open\\command",
+                               "", "C:\\Program Files\\Internet Explorer\\iexplore.exe");
+    BenchRegistryValue traceOff(HKEY_LOCAL_MACHINE, "Software\\Ovrena", ("Debug-" + exe).c_str(),
+                                static_cast<const char *>(nullptr));
+    ZelTraceReload();
+    if (ResolveOnce("www.example.com") != 0) {
+        printf("the fixed proxy did not resolve\n");
+        return 1;
+    }
+
+    auto medians = CompareMedians({[] { ResolveOnce("www.example.com"); }, BareSequence}, 15, 100);
+    printf("resolve of a fixed proxy: %.1f us; bare platform calls: %.1f us\n", medians[0] * 1e6,
+           medians[1] * 1e6);
+    targets.Check("resolve / bare platform calls", medians[0] / medians[1], 1.10);
+    {
+        const std::string path = TempFileName("resolver-bench-trace");
+        BenchRegistryValue traceOn(HKEY_LOCAL_MACHINE, "Software\\Ovrena",
+                                   ("Debug-" + exe).c_str(), path.c_str());
+        ZelTraceReload();
+        const auto traced = CompareMedians({[] { ResolveOnce("www.example.com"); }}, 5, 100);
+        printf("resolve with tracing on: %.1f us\n", traced[0] * 1e6);
+        traceOn.Set(nullptr);
+        ZelTraceReload();
+        DeleteFileA(path.c_str());
+    }
+
+    const std::string list = BypassList();
+    medians = CompareMedians({[&] { IsBypassed("www.example.com", 443, list); },
+                              [] { BareRegexes("www.example.com"); }},
+                             15, 200);
+    printf("IsBypassed, 20 tokens: %.1f us; 20 regex compile-and-match: %.1f us\n",
+           medians[0] * 1e6, medians[1] * 1e6);
+    targets.Check("IsBypassed / bare regexes", medians[0] / medians[1], 1.2);
+
+    Routvane *parser = new Routvane();
+    parser->AddRef();
+    int calls = 0;
+    const double start = NowSeconds();
+    while (calls < 200000) {
+        parser->ParseIEProxy("http=h1:80;https=h2:443");
+        ++calls;
+    }
+    const double rate = calls / (NowSeconds() - start);
+    parser->Release();
+    printf("ParseIEProxy: %.0f calls/s\n", rate);
+
+    if (!PrivateBytesMove()) {
+        printf("the private-memory counter does not move; no memory figure\n");
+        targets.allMet = false;
+    } else {
+        ScopedPlatform platform;
+        platform->InternetQueryOptionA = SettingsFromMemory;
+        for (int i = 0; i < 1000; ++i) ResolveOnce("www.example.com");
+        const SIZE_T after1000 = PrivateBytes();
+        for (int i = 1000; i < 100000; ++i) ResolveOnce("www.example.com");
+        const double grown = (static_cast<double>(PrivateBytes()) - after1000) / (1024.0 * 1024.0);
+        printf("100,000 resolves from memory: private memory grew %.3f MiB after the first 1,000\n",
+               grown);
+        targets.Check("private memory growth (MiB)", grown, 1.0);
+    }
+    ZelTraceShutdown();
+    return targets.ExitCode();
+}

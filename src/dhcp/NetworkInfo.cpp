@@ -1,0 +1,362 @@
+// Which interface a DHCPINFORM is sent from, its address and hardware
+// address, and whether DHCP configures it: IP Helper first (the route to the
+// destination, else a scan of the interfaces), then the host name's address
+// and the NetBIOS adapter status.
+#include <winsock2.h>
+
+#include <cstring>
+#include <string>
+
+#include "dhcp/dhcp.h"
+#include "trace/tracefunc.h"
+#include "util/Platform.h"
+
+void DhcpHeapFree::operator()(void *block) const {
+    if (block) ::HeapFree(::GetProcessHeap(), 0, block);
+}
+
+namespace {
+
+// Buffers that IP Helper and the service manager fill; one owner kind for
+// all of them.
+template <class T>
+std::unique_ptr<T, DhcpHeapFree> AllocateBuffer(size_t bytes) {
+    if (bytes == 0) bytes = 1;
+    return std::unique_ptr<T, DhcpHeapFree>(
+        static_cast<T *>(::HeapAlloc(::GetProcessHeap(), HEAP_ZERO_MEMORY, bytes)));
+}
+
+// The reference on iphlpapi.dll taken by the presence test.
+class LibraryReference {
+public:
+    explicit LibraryReference(HMODULE module) : module_(module) {}
+    ~LibraryReference() {
+        if (module_) ::FreeLibrary(module_);
+    }
+    LibraryReference(const LibraryReference &) = delete;
+    LibraryReference &operator=(const LibraryReference &) = delete;
+
+private:
+    HMODULE module_;
+};
+
+// An open handle of the service manager.
+class ServiceManagerHandle {
+public:
+    explicit ServiceManagerHandle(SC_HANDLE handle) : handle_(handle) {}
+    ~ServiceManagerHandle() {
+        if (handle_) Platform().CloseServiceHandle(handle_);
+    }
+    ServiceManagerHandle(const ServiceManagerHandle &) = delete;
+    ServiceManagerHandle &operator=(const ServiceManagerHandle &) = delete;
+    SC_HANDLE get() const { return handle_; }
+
+private:
+    SC_HANDLE handle_;
+};
+
+std::string Description(const MIB_IFROW &row) {
+    size_t length = row.dwDescrLen < sizeof row.bDescr ? row.dwDescrLen : sizeof row.bDescr;
+    const char *text = reinterpret_cast<const char *>(row.bDescr);
+    const void *zero = std::memchr(text, 0, length);
+    if (zero) length = static_cast<size_t>(static_cast<const char *>(zero) - text);
+    return std::string(text, length);
+}
+
+void TakeRow(const MIB_IFROW &from, MIB_IFROW *to, size_t size) {
+    std::memcpy(to, &from, size < sizeof from ? size : sizeof from);
+}
+
+uint32_t Loopback() { return inet_addr("127.0.0.1"); }
+
+const DWORD kIfTypeEthernet = 6;
+const DWORD kIfTypeTokenRing = 9;
+const DWORD kIfTypeFddi = 15;
+
+}  // namespace
+
+IpAddrTablePtr MyGetIpAddrTable() {
+    tracefunc tf(__LINE__, "dhcp", "MyGetIpAddrTable");
+    ULONG size = 0;
+    DWORD rc = Platform().GetIpAddrTable(nullptr, &size, FALSE);
+    if (rc != ERROR_INSUFFICIENT_BUFFER) {
+        tf << "GetIpAddrTable failed:  " << rc << endtrace;
+        return nullptr;
+    }
+    IpAddrTablePtr table = AllocateBuffer<MIB_IPADDRTABLE>(size);
+    if (!table) return nullptr;
+    rc = Platform().GetIpAddrTable(table.get(), &size, FALSE);
+    if (rc != NO_ERROR) {
+        tf << "GetIpAddrTable (second call) failed:  " << rc << endtrace;
+        return nullptr;
+    }
+    return table;
+}
+
+bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destination,
+                                uint32_t &address, MIB_IFROW &row) {
+    tracefunc tf(__LINE__, "dhcp", "GetInterfaceUsingBestRoute");
+    MIB_IPFORWARDROW route;
+    std::memset(&route, 0, sizeof route);
+    DWORD rc = Platform().GetBestRoute(destination, 0, &route);
+    if (rc != NO_ERROR) {
+        tf << "GetBestRoute failed:  " << rc << endtrace;
+        return false;
+    }
+    tf << "GetBestRoute worked...using routing table to determine interface" << endtrace;
+    row.dwIndex = route.dwForwardIfIndex;
+    rc = Platform().GetIfEntry(&row);
+    if (rc != NO_ERROR) {
+        tf << "GetIfEntry failed:  " << rc << endtrace;
+        return false;
+    }
+    address = 0;
+    for (DWORD i = 0; i < table->dwNumEntries; ++i) {
+        if (table->table[i].dwIndex == row.dwIndex) {
+            address = table->table[i].dwAddr;
+            break;
+        }
+    }
+    // A route through the loopback interface says nothing about the network
+    // a DHCP server could be on; the scan decides then.
+    return address != 0 && address != Loopback();
+}
+
+bool MyGetInterfaceUsingScan(const MIB_IPADDRTABLE *table, uint32_t &address, MIB_IFROW *row,
+                             size_t rowSize) {
+    tracefunc tf(__LINE__, "dhcp", "MyGetInterfaceUsingScan");
+    address = 0;
+    for (DWORD i = 0; i < table->dwNumEntries; ++i) {
+        MIB_IFROW candidate;
+        std::memset(&candidate, 0, sizeof candidate);
+        candidate.dwIndex = table->table[i].dwIndex;
+        if (Platform().GetIfEntry(&candidate) != NO_ERROR) continue;
+        if (candidate.dwType == kIfTypeEthernet) {
+            tf << "Found Ethernet interface:  " << Description(candidate) << endtrace;
+            TakeRow(candidate, row, rowSize);
+            address = table->table[i].dwAddr;
+            break;
+        }
+        // Token ring and FDDI serve until an Ethernet interface turns up.
+        if (candidate.dwType == kIfTypeTokenRing || candidate.dwType == kIfTypeFddi) {
+            tf << "Found non-Ethernet interface:  " << Description(candidate) << endtrace;
+            TakeRow(candidate, row, rowSize);
+            address = table->table[i].dwAddr;
+        }
+    }
+    return address != 0;
+}
+
+bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled) {
+    tracefunc tf(__LINE__, "dhcp", "IsDHCPEnabledForInterface");
+    ULONG size = 0;
+    DWORD rc = Platform().GetAdaptersInfo(nullptr, &size);
+    if (rc != ERROR_BUFFER_OVERFLOW) {
+        tf << "GetAdaptersInfo failed:  " << rc << endtrace;
+        return false;
+    }
+    auto adapters = AllocateBuffer<IP_ADAPTER_INFO>(size);
+    if (!adapters) return false;
+    const ULONG allocated = size;
+    rc = Platform().GetAdaptersInfo(adapters.get(), &size);
+    if (rc != NO_ERROR) {
+        tf << "GetAdaptersInfo (second call) failed:  " << rc << endtrace;
+        return false;
+    }
+    // A list too short for one entry holds no adapter to walk.
+    if (allocated < sizeof(IP_ADAPTER_INFO)) return false;
+    for (const IP_ADAPTER_INFO *adapter = adapters.get(); adapter; adapter = adapter->Next) {
+        if (adapter->AddressLength != row.dwPhysAddrLen) continue;
+        // Both arrays are 8 bytes; a longer claimed length cannot match
+        // beyond what either holds.
+        size_t length = adapter->AddressLength;
+        if (length > sizeof adapter->Address) length = sizeof adapter->Address;
+        if (length > sizeof row.bPhysAddr) length = sizeof row.bPhysAddr;
+        if (std::memcmp(adapter->Address, row.bPhysAddr, length) != 0) continue;
+        enabled = adapter->DhcpEnabled != 0;
+        tf << "Found matching adapter " << (enabled ? "DHCP enabled" : "DHCP not enabled")
+           << endtrace;
+        return true;
+    }
+    return false;
+}
+
+bool IsNT4DHCPServiceEnabled(bool &enabled) {
+    tracefunc tf(__LINE__, "dhcp", "IsNT4DHCPServiceEnabled");
+    OSVERSIONINFOA version;
+    std::memset(&version, 0, sizeof version);
+    version.dwOSVersionInfoSize = sizeof version;
+    if (!Platform().GetVersionExA(&version)) {
+        tf << "GetVersionEx failed:  " << ::GetLastError() << endtrace;
+        return false;
+    }
+    if (version.dwMajorVersion != 4 || version.dwMinorVersion != 0 ||
+        version.dwPlatformId != VER_PLATFORM_WIN32_NT) {
+        tf << "Not running NT 4.0:  " << static_cast<int>(version.dwMajorVersion) << "."
+           << static_cast<int>(version.dwMinorVersion) << ":"
+           << static_cast<int>(version.dwPlatformId) << endtrace;
+        return false;
+    }
+    ServiceManagerHandle manager(
+        Platform().OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
+    if (!manager.get()) {
+        tf << "OpenSCManager failed:  " << ::GetLastError() << endtrace;
+        return false;
+    }
+    DWORD needed = 0;
+    DWORD returned = 0;
+    DWORD resume = 0;
+    if (!Platform().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL, nullptr,
+                                        0, &needed, &returned, &resume)) {
+        const DWORD error = ::GetLastError();
+        if (error != ERROR_MORE_DATA) {
+            tf << "EnumServicesStatus failed:  " << error << endtrace;
+            return false;
+        }
+    }
+    auto services = AllocateBuffer<ENUM_SERVICE_STATUSA>(needed);
+    if (!services) return false;
+    returned = 0;
+    resume = 0;
+    if (!Platform().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
+                                        services.get(), needed, &needed, &returned, &resume)) {
+        tf << "EnumServicesStatus failed:  " << ::GetLastError() << endtrace;
+        return false;
+    }
+    // The count cannot exceed what the buffer can hold, whatever was answered.
+    const DWORD capacity = needed / sizeof(ENUM_SERVICE_STATUSA);
+    if (returned > capacity) returned = capacity;
+    for (DWORD i = 0; i < returned; ++i) {
+        const ENUM_SERVICE_STATUSA &service = services.get()[i];
+        if (!service.lpServiceName || _stricmp(service.lpServiceName, "DHCP") != 0) continue;
+        tf << "Found DHCP Client service" << endtrace;
+        const DWORD state = service.ServiceStatus.dwCurrentState;
+        enabled = state == SERVICE_RUNNING;
+        if (enabled)
+            tf << "It is enabled" << endtrace;
+        else
+            tf << "It is not enabled:  " << state << endtrace;
+        return true;
+    }
+    tf << "Didn't find DHCP Client service" << endtrace;
+    return false;
+}
+
+bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length) {
+    tracefunc tf(__LINE__, "dhcp", "QueryMacAddr");
+    LANA_ENUM lanas;
+    std::memset(&lanas, 0, sizeof lanas);
+    NCB ncb;
+    std::memset(&ncb, 0, sizeof ncb);
+    ncb.ncb_command = NCBENUM;
+    ncb.ncb_buffer = reinterpret_cast<PUCHAR>(&lanas);
+    ncb.ncb_length = sizeof lanas;
+    if (Platform().Netbios(&ncb) != NRC_GOODRET) return false;
+
+    for (unsigned i = 0; i < lanas.length && i < sizeof lanas.lana; ++i) {
+        std::memset(&ncb, 0, sizeof ncb);
+        ncb.ncb_command = NCBRESET;
+        ncb.ncb_lana_num = lanas.lana[i];
+        if (Platform().Netbios(&ncb) != NRC_GOODRET) {
+            tf << "Netbios function failed...continuing" << endtrace;
+            continue;
+        }
+        unsigned char status[600];
+        std::memset(status, 0, sizeof status);
+        std::memset(&ncb, 0, sizeof ncb);
+        ncb.ncb_command = NCBASTAT;
+        ncb.ncb_lana_num = lanas.lana[i];
+        std::memcpy(ncb.ncb_callname, "*               ", NCBNAMSZ);
+        ncb.ncb_buffer = status;
+        ncb.ncb_length = sizeof status;
+        if (Platform().Netbios(&ncb) != NRC_GOODRET) {
+            tf << "Netbios function failed...continuing" << endtrace;
+            continue;
+        }
+        // The adapter address opens the ADAPTER_STATUS block.
+        static const unsigned char kZero[6] = {0, 0, 0, 0, 0, 0};
+        static const unsigned char kDialup[6] = {'D', 'E', 'S', 'T', 0, 0};
+        if (std::memcmp(status, kZero, 6) == 0) {
+            tf << "Found zero address...continuing" << endtrace;
+            continue;
+        }
+        if (std::memcmp(status, kDialup, 6) == 0) {
+            tf << "Found dialup adapter" << endtrace;
+            continue;
+        }
+        if (size < 6) {
+            tf << "Not enough space for MAC address (need 6 bytes)" << endtrace;
+            return false;
+        }
+        std::memcpy(buffer, status, 6);
+        length = 6;
+        tf << "Using adapter ";
+        for (int b = 0; b < 6; ++b) {
+            if (b) tf << ":";
+            tf << static_cast<unsigned>(status[b]);
+        }
+        tf << endtrace;
+        return true;
+    }
+    tf << "Didn't find an adapter" << endtrace;
+    return false;
+}
+
+bool GetNetworkInfoFromHostName(DHCPPacket &packet) {
+    tracefunc tf(__LINE__, "dhcp", "GetNetworkInfoFromHostName");
+    packet.ciaddr = 0;
+    char name[256];
+    std::memset(name, 0, sizeof name);
+    if (gethostname(name, sizeof name) == 0) {
+        name[sizeof name - 1] = 0;
+        const hostent *entry = gethostbyname(name);
+        if (entry && entry->h_addrtype == AF_INET && entry->h_length == 4 && entry->h_addr_list &&
+            entry->h_addr_list[0]) {
+            uint32_t address = 0;
+            std::memcpy(&address, entry->h_addr_list[0], 4);
+            packet.ciaddr = ntohl(address);
+        }
+    }
+    if (packet.ciaddr == 0) return false;
+    return QueryMacAddr(packet.chaddr, sizeof packet.chaddr, packet.hlen);
+}
+
+bool GetNetworkInfo(DHCPPacket &packet, bool force, uint32_t destination) {
+    tracefunc tf(__LINE__, "dhcp", "GetNetworkInfo");
+    const uint32_t loopback = Loopback();
+    MIB_IFROW row;
+    std::memset(&row, 0, sizeof row);
+    uint32_t address = 0;
+    bool dhcpEnabled = false;
+
+    if (HMODULE iphlpapi = Platform().LoadLibraryA("iphlpapi.dll")) {
+        LibraryReference reference(iphlpapi);
+        if (IpAddrTablePtr table = MyGetIpAddrTable()) {
+            bool found = GetInterfaceUsingBestRoute(table.get(), destination, address, row);
+            if (!found) found = MyGetInterfaceUsingScan(table.get(), address, &row, sizeof row);
+            if (found) {
+                bool flag = false;
+                if (IsDHCPEnabledForInterface(row, flag) || IsNT4DHCPServiceEnabled(flag))
+                    dhcpEnabled = flag;
+            }
+        }
+    } else {
+        tf << "Unable to locate iphlpapi.dll:  " << ::GetLastError() << endtrace;
+    }
+
+    // No DHCP server would know a client whose interface it does not
+    // configure; force sends the query regardless.
+    if (!force && !dhcpEnabled) return false;
+
+    if (address != 0 && address != loopback) {
+        packet.hlen = static_cast<uint8_t>(row.dwPhysAddrLen);
+        // chaddr takes up to 16 bytes, but the row holds only 8.
+        size_t length = row.dwPhysAddrLen;
+        if (length > sizeof packet.chaddr) length = sizeof packet.chaddr;
+        if (length > sizeof row.bPhysAddr) length = sizeof row.bPhysAddr;
+        std::memcpy(packet.chaddr, row.bPhysAddr, length);
+        packet.ciaddr = ntohl(address);
+        return true;
+    }
+    return GetNetworkInfoFromHostName(packet);
+}

@@ -1,0 +1,132 @@
+// DHCP discovery of the auto-proxy URL: the BOOTP/DHCP message, the choice
+// of the interface it is sent from, and the DHCPINFORM exchange that asks
+// the network's DHCP server for option 252.
+#pragma once
+
+#include <winsock2.h>
+#include <windows.h>
+#include <iphlpapi.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+enum : uint32_t {
+    DHCP_PACKET_SIZE = 548,   // 236 header bytes and the option area
+    DHCP_HEADER_SIZE = 236,
+    DHCP_OPTIONS_SIZE = 312,
+    DHCP_SERVER_PORT = 67,
+    DHCP_CLIENT_PORT = 68,
+    DHCP_RECEIVE_SIZE = 2048,
+    DHCP_OPTION_AUTO_PROXY = 252,
+};
+
+// One BOOTP/DHCP message as plain fields; numbers are host order here and
+// big-endian on the wire. A fresh packet is all zeros.
+class DHCPPacket {
+public:
+    DHCPPacket() { Clear(); }
+
+    void Clear();
+
+    // A DHCPINFORM asking for option 252, from the interface whose route
+    // leads to destination (dotted address or host name).
+    bool CreateInformPacket(bool force, const std::string &destination);
+    // The 548-byte wire form, replacing the content of out.
+    bool GetBuffer(std::string &out) const;
+    // Parses a received datagram; fields read before a shortfall keep their
+    // new values.
+    bool SetBuffer(const unsigned char *bytes, int length);
+    // The data of option code as raw bytes, embedded zeros included.
+    bool GetStringOption(uint8_t code, std::string &value) const;
+
+    uint8_t op;
+    uint8_t htype;
+    uint8_t hlen;
+    uint8_t hops;
+    uint32_t xid;
+    uint16_t secs;
+    uint16_t flags;
+    uint32_t ciaddr;
+    uint32_t yiaddr;
+    uint32_t siaddr;
+    uint32_t giaddr;
+    unsigned char chaddr[16];
+    unsigned char sname[64];
+    unsigned char file[128];
+    unsigned char options[DHCP_OPTIONS_SIZE];
+};
+
+// Cursor readers: on success the cursor moves on and remaining goes down;
+// when fewer bytes remain than needed, nothing changes and the answer is
+// false.
+bool Grab8(const unsigned char *&cursor, int &remaining, uint8_t &out);
+bool Grab16(const unsigned char *&cursor, int &remaining, uint16_t &out);
+bool Grab32(const unsigned char *&cursor, int &remaining, uint32_t &out);
+bool GrabStr(const unsigned char *&cursor, int &remaining, int length, unsigned char *out);
+
+// The interface address table owned on the heap; released by its owner.
+struct DhcpHeapFree {
+    void operator()(void *block) const;
+};
+using IpAddrTablePtr = std::unique_ptr<MIB_IPADDRTABLE, DhcpHeapFree>;
+
+// Fills hlen, chaddr and ciaddr of the packet for a DHCPINFORM towards
+// destination (network byte order). False when the interface is not
+// configured by DHCP and force is false, or no address can be found.
+bool GetNetworkInfo(DHCPPacket &packet, bool force, uint32_t destination);
+IpAddrTablePtr MyGetIpAddrTable();
+bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destination,
+                                uint32_t &address, MIB_IFROW &row);
+bool MyGetInterfaceUsingScan(const MIB_IPADDRTABLE *table, uint32_t &address, MIB_IFROW *row,
+                             size_t rowSize);
+bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled);
+bool IsNT4DHCPServiceEnabled(bool &enabled);
+bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length);
+// The address of the host name and the NetBIOS hardware address.
+bool GetNetworkInfoFromHostName(DHCPPacket &packet);
+
+// Asks the DHCP server for the auto-proxy URL with a broadcast DHCPINFORM.
+// server, when given, receives the replying server's address as held in the
+// socket address (network byte order).
+bool DiscoverProxyUrlViaDHCP(bool force, std::string destination, std::string &url,
+                             unsigned timeoutSeconds, uint32_t *server = nullptr);
+
+// Windows Sockets for the life of the object: 2.2, else 2.0, else 1.1;
+// WSACleanup once when one of them started.
+class WinsockSession {
+public:
+    WinsockSession();
+    ~WinsockSession();
+    WinsockSession(const WinsockSession &) = delete;
+    WinsockSession &operator=(const WinsockSession &) = delete;
+    bool started() const { return started_; }
+    WORD version() const { return version_; }
+
+private:
+    bool started_ = false;
+    WORD version_ = 0;
+};
+
+// The one owner of a socket: closed with closesocket when it goes.
+class DhcpSocket {
+public:
+    DhcpSocket() = default;
+    explicit DhcpSocket(SOCKET s) : s_(s) {}
+    ~DhcpSocket() { reset(); }
+    DhcpSocket(const DhcpSocket &) = delete;
+    DhcpSocket &operator=(const DhcpSocket &) = delete;
+    SOCKET get() const { return s_; }
+    bool valid() const { return s_ != INVALID_SOCKET; }
+    void reset(SOCKET s = INVALID_SOCKET) {
+        if (s_ != INVALID_SOCKET) closesocket(s_);
+        s_ = s;
+    }
+
+private:
+    SOCKET s_ = INVALID_SOCKET;
+};
+
+// "%02x" bytes separated by one blank.
+std::string DhcpHexDump(const unsigned char *bytes, size_t length);

@@ -1,0 +1,44 @@
+// The PAC helper object: the standard PAC helper functions, which scripts
+// call as global functions through the item "GlobalMethods". Every call
+// arrives through the type library's dispatch machinery; no method ever
+// fails towards the script, it answers false, 0 or an empty string.
+#pragma once
+
+#include <windows.h>
+#include <oaidl.h>
+
+#include "FindProxyForUrl.h"
+#include "com/COvrenaDispatch.h"
+
+class FindProxyForURL : public COvrenaDispatch<IFindProxyForUrl, &CLSID_FindProxyForUrl,
+                                               &IID_IFindProxyForUrl, &LIBID_FindProxyForUrl> {
+public:
+    // Starts Windows Sockets for the object's lifetime.
+    FindProxyForURL();
+    ~FindProxyForURL() override;
+
+    // Host and address functions.
+    STDMETHODIMP isPlainHostname(BSTR hostname, VARIANT_BOOL *isplain) override;
+    STDMETHODIMP dnsDomainIs(BSTR host, BSTR domain, VARIANT_BOOL *ret) override;
+    STDMETHODIMP localHostOrDomainIs(BSTR host, BSTR hostdom, VARIANT_BOOL *ret) override;
+    STDMETHODIMP isResolvable(BSTR host, VARIANT_BOOL *ret) override;
+    STDMETHODIMP isInNet(BSTR host, BSTR pattern, BSTR mask, VARIANT_BOOL *ret) override;
+    STDMETHODIMP dnsResolve(BSTR host, BSTR *ret) override;
+    STDMETHODIMP myIpAddress(BSTR *ipaddr) override;
+    STDMETHODIMP dnsDomainLevels(BSTR host, int *ret) override;
+
+    // Shell-expression matching.
+    STDMETHODIMP shExpMatch(BSTR str, BSTR shexp, VARIANT_BOOL *ret) override;
+
+    // Time and date functions.
+    STDMETHODIMP weekdayRange(BSTR wd1, BSTR wd2, BSTR gmt, VARIANT_BOOL *ret) override;
+    STDMETHODIMP dateRange(VARIANT p1, VARIANT p2, VARIANT p3, VARIANT p4, VARIANT p5, VARIANT p6,
+                           VARIANT gmt, VARIANT_BOOL *ret) override;
+    STDMETHODIMP timeRange(VARIANT p1, VARIANT p2, VARIANT p3, VARIANT p4, VARIANT p5, VARIANT p6,
+                           VARIANT gmt, VARIANT_BOOL *ret) override;
+
+private:
+    // Whether WSAStartup succeeded, so that only a started count is
+    // stopped again.
+    bool socketsStarted_ = false;
+};

@@ -1,0 +1,86 @@
+#include "pac/MyScriptSite.h"
+
+#include <cstdio>
+#include <cwchar>
+
+#include "pac/FindProxyForURL.h"
+
+namespace {
+
+const wchar_t kGlobalMethods[] = L"GlobalMethods";
+
+}  // namespace
+
+MyScriptSite::MyScriptSite() {
+    // The site holds the helper's first reference; the engine adds its own.
+    helper_ = ComPtr<IFindProxyForUrl>::Share(new FindProxyForURL());
+}
+
+MyScriptSite::MyScriptSite(IFindProxyForUrl *helper)
+    : helper_(ComPtr<IFindProxyForUrl>::Share(helper)) {}
+
+STDMETHODIMP MyScriptSite::GetLCID(LCID *) { return E_NOTIMPL; }
+
+STDMETHODIMP MyScriptSite::GetItemInfo(LPCOLESTR name, DWORD returnMask, IUnknown **itemOut,
+                                       ITypeInfo **typeInfoOut) {
+    if (itemOut) *itemOut = nullptr;
+    if (typeInfoOut) *typeInfoOut = nullptr;
+    // The one item the host adds; the name is matched exactly, case included.
+    if (!name || std::wcscmp(name, kGlobalMethods) != 0) return TYPE_E_ELEMENTNOTFOUND;
+    if (returnMask & SCRIPTINFO_IUNKNOWN) {
+        if (!itemOut || !helper_) return E_POINTER;
+        helper_->AddRef();
+        *itemOut = helper_.get();
+    }
+    if (returnMask & SCRIPTINFO_ITYPEINFO) {
+        ComPtr<IProvideClassInfo> classInfo;
+        if (!typeInfoOut || !helper_ ||
+            FAILED(helper_->QueryInterface(IID_IProvideClassInfo, classInfo.outVoid())) ||
+            FAILED(classInfo->GetClassInfo(typeInfoOut))) {
+            if (itemOut && *itemOut) {
+                (*itemOut)->Release();
+                *itemOut = nullptr;
+            }
+            return TYPE_E_ELEMENTNOTFOUND;
+        }
+    }
+    return S_OK;
+}
+
+STDMETHODIMP MyScriptSite::GetDocVersionString(BSTR *) { return E_NOTIMPL; }
+
+STDMETHODIMP MyScriptSite::OnScriptTerminate(const VARIANT *, const EXCEPINFO *) { return S_OK; }
+
+STDMETHODIMP MyScriptSite::OnStateChange(SCRIPTSTATE) { return S_OK; }
+
+STDMETHODIMP MyScriptSite::OnScriptError(IActiveScriptError *error) {
+    if (!error) return S_OK;
+    try {
+        ScopedExcepInfo exception;
+        if (SUCCEEDED(error->GetExceptionInfo(exception.get()))) {
+            if (exception.get()->pfnDeferredFillIn) exception.get()->pfnDeferredFillIn(exception.get());
+            errorText_ += "Source:  " + NarrowFromBstr(exception.get()->bstrSource) + "\r\n";
+            errorText_ += "Description:  " + NarrowFromBstr(exception.get()->bstrDescription) + "\r\n";
+        }
+        DWORD context = 0;
+        ULONG line = 0;
+        LONG position = 0;
+        if (SUCCEEDED(error->GetSourcePosition(&context, &line, &position))) {
+            char number[32];
+            std::snprintf(number, sizeof number, "%d", static_cast<int>(line));
+            errorText_ += std::string("Line:  ") + number + "\r\n";
+            std::snprintf(number, sizeof number, "%d", static_cast<int>(position));
+            errorText_ += std::string("Position:  ") + number + "\r\n";
+        }
+    } catch (...) {
+        // The report is lost, the engine's own error handling goes on.
+    }
+    return S_OK;
+}
+
+STDMETHODIMP MyScriptSite::OnEnterScript() {
+    errorText_.clear();
+    return S_OK;
+}
+
+STDMETHODIMP MyScriptSite::OnLeaveScript() { return S_OK; }

@@ -1,0 +1,60 @@
+// One JScript engine for one PAC evaluation: parse a script, call one of
+// its functions with two strings for a string, and say what went wrong.
+#pragma once
+
+#include <windows.h>
+#include <activscp.h>
+#include <oaidl.h>
+
+#include <string>
+
+#include "pac/ComOwners.h"
+#include "pac/MyScriptSite.h"
+
+class ScriptHost {
+public:
+    // Creates the engine and connects a site with a new PAC helper object.
+    // Engine failures are kept in the status, never thrown.
+    ScriptHost();
+    // The same with the given helper object served as "GlobalMethods".
+    explicit ScriptHost(IFindProxyForUrl *helper);
+    ~ScriptHost();
+    ScriptHost(const ScriptHost &) = delete;
+    ScriptHost &operator=(const ScriptHost &) = delete;
+
+    // True when the engine accepted the text.
+    bool Parse(const std::string &script);
+    // Calls the script's global function with two strings; true when it
+    // returned a string, which is then in result.
+    bool ExecuteSSS(const std::string &functionName, const std::string &arg1,
+                    const std::string &arg2, std::string &result);
+    // The system's text for the last status, and the detail of the last
+    // failed call.
+    void GetErrorText(std::string &message, std::string &detail) const;
+
+    HRESULT status() const { return status_; }
+
+private:
+    void Connect(MyScriptSite *site);
+
+    ComPtr<IActiveScriptParse64> parser_;
+    ComPtr<IActiveScript> engine_;
+    HRESULT status_ = S_OK;
+    std::string detail_;
+    ComPtr<MyScriptSite> site_;
+};
+
+// The system's message text for a status, without its line break; where
+// the system has none, "IDispatch error #n" for the interface-specific
+// codes 0x80040200 to 0x8004FFFF and "Unknown error 0x..." otherwise.
+std::string ErrorMessageText(HRESULT status);
+
+// Calls a method through IDispatch::Invoke. argTypes gives each argument's
+// VARTYPE in the method's declared order, and the values follow as one
+// 64-bit slot each (pass BSTRs and pointers as they are, numbers widened to
+// 64 bits); the caller keeps ownership of what it passes. resultType 0 asks
+// for no result; otherwise the result of exactly that type goes to
+// *resultOut (a returned BSTR becomes the caller's). On failure errorText
+// says why.
+bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VARTYPE resultType,
+                    void *resultOut, const unsigned *argTypes, unsigned argCount, ...);

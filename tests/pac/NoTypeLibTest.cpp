@@ -1,0 +1,85 @@
+// A program without the type library resource, and a copy of the library
+// built without it: the helper object is still made, its dispatch calls
+// answer TYPE_E_ELEMENTNOTFOUND, and scripts that call a helper fail.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "PacTestSupport.h"
+#include "pac/FindProxyForURL.h"
+#include "resolver/Routvane.h"
+
+namespace {
+
+TEST(NoTypeLibrary, DispatchAnswersElementNotFound) {
+    FindProxyForURL *object = new FindProxyForURL();
+    ComPtr<IFindProxyForUrl> helper = ComPtr<IFindProxyForUrl>::Share(object);
+    UINT count = 7;
+    EXPECT_EQ(S_OK, helper->GetTypeInfoCount(&count));
+    EXPECT_EQ(0u, count);
+    ITypeInfo *info = reinterpret_cast<ITypeInfo *>(1);
+    EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND, helper->GetTypeInfo(0, 0, &info));
+    EXPECT_EQ(nullptr, info);
+    EXPECT_EQ(DISP_E_BADINDEX, helper->GetTypeInfo(1, 0, &info));
+    LPOLESTR names[] = {const_cast<LPOLESTR>(L"isPlainHostname")};
+    DISPID id = 0;
+    EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND, helper->GetIDsOfNames(IID_NULL, names, 1, 0, &id));
+    EXPECT_EQ(DISP_E_UNKNOWNINTERFACE, helper->GetIDsOfNames(IID_IDispatch, names, 1, 0, &id));
+    DISPPARAMS none = {nullptr, nullptr, 0, 0};
+    EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND,
+              helper->Invoke(7, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr));
+    ITypeInfo *classInfo = reinterpret_cast<ITypeInfo *>(1);
+    EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND,
+              static_cast<IProvideClassInfo2 *>(object)->GetClassInfo(&classInfo));
+    EXPECT_EQ(nullptr, classInfo);
+    // The methods themselves still work when called through the vtable.
+    ScopedBstr host(SysAllocString(L"intranet"));
+    VARIANT_BOOL plain = VARIANT_FALSE;
+    EXPECT_EQ(S_OK, helper->isPlainHostname(host.get(), &plain));
+    EXPECT_EQ(VARIANT_TRUE, plain);
+}
+
+TEST(NoTypeLibrary, ScriptsRunButHelperCallsFail) {
+    EXPECT_EQ("string:DIRECT", Eval("'DIRECT'"));
+    // The engine looks the name up first; the object's TYPE_E_ELEMENTNOTFOUND
+    // leaves it unknown, which this engine raises as "Object expected".
+    EXPECT_EQ("error:800a138f", Eval("isPlainHostname('intranet')"));
+    EXPECT_EQ("error:800a138f", Eval("shExpMatch('a', '*')"));
+    const ScriptOutcome out = RunScript(
+        "function FindProxyForURL(url, host) { return dnsDomainIs(host, '.example.com') ? 'x' : 'y'; }");
+    EXPECT_TRUE(out.parsed);
+    EXPECT_FALSE(out.executed);
+    EXPECT_EQ(E_FAIL, out.status);
+    EXPECT_EQ(0u, out.detail.find("Invoke failed\r\n\r\nSource:  ")) << out.detail;
+}
+
+TEST(NoTypeLibrary, TheLibraryLoadsWithoutIt) {
+    HMODULE library = LoadLibraryA("routvane_notypelib.dll");
+    ASSERT_NE(nullptr, library);
+    char path[MAX_PATH];
+    ASSERT_NE(0u, GetModuleFileNameA(library, path, sizeof path));
+    {
+        // The copy truly lacks the resource.
+        ScopedBstr file = BstrFromNarrow(path);
+        ITypeLib *lib = nullptr;
+        EXPECT_TRUE(FAILED(LoadTypeLib(file.get(), &lib)));
+        if (lib) lib->Release();
+    }
+    using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
+    using CanUnloadNow = HRESULT(WINAPI *)();
+    auto getClassObject = reinterpret_cast<GetClassObject>(
+        reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));
+    auto canUnloadNow = reinterpret_cast<CanUnloadNow>(
+        reinterpret_cast<void *>(GetProcAddress(library, "DllCanUnloadNow")));
+    ASSERT_NE(nullptr, getClassObject);
+    ASSERT_NE(nullptr, canUnloadNow);
+    IClassFactory *factory = nullptr;
+    ASSERT_EQ(S_OK, getClassObject(CLSID_Routvane, IID_IClassFactory,
+                                   reinterpret_cast<void **>(&factory)));
+    EXPECT_EQ(S_FALSE, canUnloadNow());
+    factory->Release();
+    EXPECT_EQ(S_OK, canUnloadNow());
+    EXPECT_TRUE(FreeLibrary(library));
+}
+
+}  // namespace

@@ -1,0 +1,210 @@
+#include "LoopbackHttpServer.h"
+
+#include <ws2tcpip.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace {
+
+SOCKET LoopbackListener(int backlog, unsigned short &port) {
+    SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    if (s == INVALID_SOCKET) return s;
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = 0;
+    int length = sizeof address;
+    if (bind(s, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
+        listen(s, backlog) != 0 ||
+        getsockname(s, reinterpret_cast<sockaddr *>(&address), &length) != 0) {
+        closesocket(s);
+        return INVALID_SOCKET;
+    }
+    port = ntohs(address.sin_port);
+    return s;
+}
+
+std::string LoopbackUrl(unsigned short port, const std::string &path) {
+    char base[64];
+    snprintf(base, sizeof base, "http://127.0.0.1:%u", static_cast<unsigned>(port));
+    return base + path;
+}
+
+// Sends all of data unless the peer goes; false when it went.
+bool SendAll(SOCKET s, const char *data, size_t size) {
+    while (size > 0) {
+        const int chunk = static_cast<int>(std::min<size_t>(size, 64 * 1024));
+        const int sent = send(s, data, chunk, 0);
+        if (sent <= 0) return false;
+        data += sent;
+        size -= static_cast<size_t>(sent);
+    }
+    return true;
+}
+
+std::string HeaderValue(const std::string &head, const std::string &name) {
+    std::string lower = head;
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    std::string key = "\r\n" + name + ":";
+    std::transform(key.begin(), key.end(), key.begin(),
+                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    const size_t at = lower.find(key);
+    if (at == std::string::npos) return "";
+    size_t begin = at + key.size();
+    while (begin < head.size() && head[begin] == ' ') ++begin;
+    const size_t end = head.find("\r\n", begin);
+    return head.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
+}
+
+}  // namespace
+
+HttpResponse HttpResponse::Text(std::string body, std::string contentType) {
+    HttpResponse r;
+    r.body = std::move(body);
+    r.contentType = std::move(contentType);
+    return r;
+}
+
+LoopbackHttpServer::LoopbackHttpServer() {
+    WSADATA data;
+    WSAStartup(MAKEWORD(2, 2), &data);
+    stop_ = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    listener_ = LoopbackListener(SOMAXCONN, port_);
+    if (listener_ != INVALID_SOCKET) acceptor_ = std::thread([this] { acceptLoop(); });
+}
+
+LoopbackHttpServer::~LoopbackHttpServer() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+        // Wakes a connection blocked in recv or send; its handler closes it.
+        for (SOCKET s : open_) shutdown(s, SD_BOTH);
+    }
+    SetEvent(stop_);
+    if (listener_ != INVALID_SOCKET) closesocket(listener_);
+    if (acceptor_.joinable()) acceptor_.join();
+    CloseHandle(stop_);
+    WSACleanup();
+}
+
+std::string LoopbackHttpServer::url(const std::string &path) const {
+    return LoopbackUrl(port_, path);
+}
+
+void LoopbackHttpServer::serve(const std::string &target, HttpResponse response) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    routes_[target] = std::move(response);
+}
+
+std::vector<std::string> LoopbackHttpServer::requests() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return requests_;
+}
+
+std::string LoopbackHttpServer::lastUserAgent() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return HeaderValue(lastHead_, "User-Agent");
+}
+
+std::string LoopbackHttpServer::lastRequestHead() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return lastHead_;
+}
+
+HttpResponse LoopbackHttpServer::lookup(const std::string &target) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = routes_.find(target);
+    if (found != routes_.end()) return found->second;
+    HttpResponse missing;
+    missing.status = 404;
+    missing.reason = "Not Found";
+    missing.contentType = "text/html";
+    missing.body = "<html><body><h1>404 Not Found</h1></body></html>";
+    return missing;
+}
+
+void LoopbackHttpServer::acceptLoop() {
+    // One connection at a time: a download opens one connection per request
+    // and closes it before the next, and a server without worker threads
+    // leaves the process's handle count alone.
+    for (;;) {
+        SOCKET client = accept(listener_, nullptr, nullptr);
+        if (client == INVALID_SOCKET) return;  // the listener was closed
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (stopping_) {
+                closesocket(client);
+                return;
+            }
+            open_.push_back(client);
+        }
+        handle(client);
+    }
+}
+
+void LoopbackHttpServer::handle(SOCKET client) {
+    // A client that connects and sends nothing must not hold up the
+    // connections queued behind it.
+    const DWORD receiveTimeoutMs = 5000;
+    setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, reinterpret_cast<const char *>(&receiveTimeoutMs),
+               sizeof receiveTimeoutMs);
+    std::string head;
+    char buffer[4096];
+    while (head.find("\r\n\r\n") == std::string::npos && head.size() < 64 * 1024) {
+        const int got = recv(client, buffer, sizeof buffer, 0);
+        if (got <= 0) break;
+        head.append(buffer, static_cast<size_t>(got));
+    }
+    std::string target;
+    const size_t space = head.find(' ');
+    if (space != std::string::npos) {
+        const size_t end = head.find(' ', space + 1);
+        if (end != std::string::npos) target = head.substr(space + 1, end - space - 1);
+    }
+    if (target.empty()) {
+        ++silentConnections_;
+        shutdown(client, SD_BOTH);
+        std::lock_guard<std::mutex> lock(mutex_);
+        open_.erase(std::remove(open_.begin(), open_.end(), client), open_.end());
+        closesocket(client);
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        requests_.push_back(target);
+        lastHead_ = head;
+    }
+    const HttpResponse r = lookup(target);
+    if (r.delayMs == 0 || WaitForSingleObject(stop_, r.delayMs) == WAIT_TIMEOUT) {
+        std::string reply = "HTTP/1.1 " + std::to_string(r.status) + " " + r.reason + "\r\n";
+        reply += "Content-Type: " + r.contentType + "\r\n";
+        if (r.announcedLength == HttpResponse::kBodySize)
+            reply += "Content-Length: " + std::to_string(r.body.size()) + "\r\n";
+        else if (r.announcedLength >= 0)
+            reply += "Content-Length: " + std::to_string(r.announcedLength) + "\r\n";
+        reply += r.extraHeaders;
+        reply += "Connection: close\r\n\r\n";
+        const size_t bodyBytes = std::min(r.sendLimit, r.body.size());
+        if (SendAll(client, reply.data(), reply.size()) &&
+            SendAll(client, r.body.data(), bodyBytes) && r.holdMs > 0)
+            WaitForSingleObject(stop_, r.holdMs);
+    }
+    shutdown(client, SD_SEND);
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        open_.erase(std::remove(open_.begin(), open_.end(), client), open_.end());
+    }
+    closesocket(client);
+}
+
+unsigned short UnusedLoopbackPort() {
+    WSADATA data;
+    WSAStartup(MAKEWORD(2, 2), &data);
+    unsigned short port = 0;
+    const SOCKET s = LoopbackListener(1, port);
+    if (s != INVALID_SOCKET) closesocket(s);
+    WSACleanup();
+    return port;
+}

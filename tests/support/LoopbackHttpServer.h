@@ -1,0 +1,89 @@
+// An HTTP server on 127.0.0.1 inside the test program, on a port the system
+// chooses, serving fixed answers per path: scripts, settings files, error
+// pages, and the misbehaviours a download must survive (late answers, early
+// closes, bodies longer or shorter than announced, stalls). Every
+// connection gets one answer and is closed; connections are served one at a
+// time on one thread. Stopped and joined when it goes.
+#pragma once
+
+#include <winsock2.h>
+#include <windows.h>
+
+#include <cstddef>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+struct HttpResponse {
+    int status = 200;
+    std::string reason = "OK";
+    std::string contentType = "application/x-ns-proxy-autoconfig";
+    std::string body;
+    // Further header lines, each ending in "\r\n".
+    std::string extraHeaders;
+    // The Content-Length sent: the body's size unless set; kNoLength sends
+    // none, so the body ends where the connection closes.
+    static constexpr int64_t kBodySize = -1;
+    static constexpr int64_t kNoLength = -2;
+    int64_t announcedLength = kBodySize;
+    // Milliseconds the server waits before it answers at all.
+    DWORD delayMs = 0;
+    // Bytes of the body sent before the server stops sending; the rest is
+    // never sent.
+    size_t sendLimit = SIZE_MAX;
+    // Milliseconds the connection is held open, silent, after the last byte
+    // sent (the stop of the server ends the wait early).
+    DWORD holdMs = 0;
+
+    static HttpResponse Text(std::string body,
+                             std::string contentType = "application/x-ns-proxy-autoconfig");
+};
+
+class LoopbackHttpServer {
+public:
+    LoopbackHttpServer();
+    ~LoopbackHttpServer();
+    LoopbackHttpServer(const LoopbackHttpServer &) = delete;
+    LoopbackHttpServer &operator=(const LoopbackHttpServer &) = delete;
+
+    unsigned short port() const { return port_; }
+    // "http://127.0.0.1:<port>" followed by the path.
+    std::string url(const std::string &path) const;
+
+    // The answer for a request target (path and query as sent); other
+    // targets get a 404 page.
+    void serve(const std::string &target, HttpResponse response);
+    // The request targets received, in order of arrival.
+    std::vector<std::string> requests() const;
+    // The User-Agent header of the last request.
+    std::string lastUserAgent() const;
+    // Request headers of the last request, as sent.
+    std::string lastRequestHead() const;
+    // Connections that closed or fell silent before a request line came.
+    int silentConnections() const { return silentConnections_; }
+
+private:
+    void acceptLoop();
+    void handle(SOCKET client);
+    HttpResponse lookup(const std::string &target) const;
+
+    SOCKET listener_ = INVALID_SOCKET;
+    unsigned short port_ = 0;
+    HANDLE stop_ = nullptr;  // manual-reset: set when the server goes
+    mutable std::mutex mutex_;
+    std::map<std::string, HttpResponse> routes_;
+    std::vector<std::string> requests_;
+    std::string lastHead_;
+    std::vector<SOCKET> open_;
+    std::thread acceptor_;
+    bool stopping_ = false;
+    std::atomic<int> silentConnections_{0};
+};
+
+// A port on 127.0.0.1 that was free a moment ago: nothing listens there, so
+// a connection attempt is refused at once.
+unsigned short UnusedLoopbackPort();
