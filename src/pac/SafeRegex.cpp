@@ -61,59 +61,7 @@ std::string ShellExpressionToRegex(const std::string &shexp) {
     return regex;
 }
 
-namespace {
-
-// Whether the expression uses nothing but "*", "?", "." and printable ASCII
-// characters without a regular-expression meaning, and the text is ASCII:
-// then the translated expression is a plain anchored wildcard match, which
-// is answered here without compiling it. Scripts call shExpMatch many
-// times per evaluation, and compiling dominated their cost.
-bool IsPlainWildcard(const std::string &text, const std::string &shexp) {
-    for (const char c : shexp) {
-        if (c < 0x20 || c > 0x7E) return false;
-        switch (c) {
-        case '[': case ']': case '(': case ')': case '{': case '}':
-        case '+': case '^': case '$': case '|': case '\\':
-            return false;
-        default: break;
-        }
-    }
-    for (const char c : text) {
-        const unsigned char u = static_cast<unsigned char>(c);
-        if (u == 0 || u > 0x7F) return false;
-    }
-    return true;
-}
-
-char Fold(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-// The whole text against the expression, letters without regard to case;
-// a star retries from one character further on a mismatch.
-bool WildcardMatch(const std::string &text, const std::string &shexp) {
-    size_t t = 0, p = 0;
-    size_t starP = std::string::npos, starT = 0;
-    while (t < text.size()) {
-        if (p < shexp.size() && shexp[p] == '*') {
-            starP = p++;
-            starT = t;
-        } else if (p < shexp.size() && (shexp[p] == '?' || Fold(shexp[p]) == Fold(text[t]))) {
-            ++p;
-            ++t;
-        } else if (starP != std::string::npos) {
-            p = starP + 1;
-            t = ++starT;
-        } else {
-            return false;
-        }
-    }
-    while (p < shexp.size() && shexp[p] == '*') ++p;
-    return p == shexp.size();
-}
-
-}  // namespace
-
 bool ShellExpressionMatch(const std::string &text, const std::string &shexp) {
-    if (IsPlainWildcard(text, shexp)) return WildcardMatch(text, shexp);
     SafeRegex regex(ShellExpressionToRegex(shexp));
     return regex.Matches(text);
 }
