@@ -249,49 +249,26 @@ WORD FakeClock::milliseconds = 0;
 
 namespace {
 
+// The C library's UTC breakdown, which asks nothing of the time-zone
+// settings: a fake local time is UTC moved by a fixed offset.
 bool BreakDown(time_t t, struct tm *out) {
-    // Days since the epoch to a civil date (proleptic Gregorian).
-    long long days = t / 86400;
-    long long rem = t % 86400;
-    if (rem < 0) {
-        rem += 86400;
-        --days;
-    }
-    out->tm_hour = static_cast<int>(rem / 3600);
-    out->tm_min = static_cast<int>(rem % 3600 / 60);
-    out->tm_sec = static_cast<int>(rem % 60);
-    out->tm_wday = static_cast<int>((days + 4) % 7 + 7) % 7;
-    long long z = days + 719468;
-    const long long era = (z >= 0 ? z : z - 146096) / 146097;
-    const long long doe = z - era * 146097;
-    const long long yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    long long y = yoe + era * 400;
-    const long long doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const long long mp = (5 * doy + 2) / 153;
-    const long long d = doy - (153 * mp + 2) / 5 + 1;
-    const long long m = mp < 10 ? mp + 3 : mp - 9;
-    if (m <= 2) ++y;
-    out->tm_year = static_cast<int>(y - 1900);
-    out->tm_mon = static_cast<int>(m - 1);
-    out->tm_mday = static_cast<int>(d);
-    static const int cumulative[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
-    const bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-    out->tm_yday = cumulative[m - 1] + static_cast<int>(d) - 1 + (leap && m > 2 ? 1 : 0);
-    out->tm_isdst = 0;
+    const struct tm *p = ::gmtime(&t);
+    if (!p) return false;
+    *out = *p;
     return true;
 }
 
 }  // namespace
 
 time_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
-    // Days from civil, the inverse of BreakDown.
-    const int y = year - (month <= 2 ? 1 : 0);
-    const int era = (y >= 0 ? y : y - 399) / 400;
-    const unsigned yoe = static_cast<unsigned>(y - era * 400);
-    const unsigned doy = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    const long long days = era * 146097LL + doe - 719468;
-    return static_cast<time_t>(days * 86400 + hour * 3600 + minute * 60 + second);
+    struct tm tm = {};
+    tm.tm_year = year - 1900;
+    tm.tm_mon = month - 1;
+    tm.tm_mday = day;
+    tm.tm_hour = hour;
+    tm.tm_min = minute;
+    tm.tm_sec = second;
+    return _mkgmtime(&tm);
 }
 
 void FakeClock::Install(ScopedPlatform &platform, time_t start) {
@@ -307,7 +284,7 @@ void FakeClock::Install(ScopedPlatform &platform, time_t start) {
         return BreakDown(t + localOffsetSeconds, out);
     };
     platform->GetSystemTime = [](SYSTEMTIME *out) {
-        struct tm tm;
+        struct tm tm = {};
         BreakDown(now, &tm);
         out->wYear = static_cast<WORD>(tm.tm_year + 1900);
         out->wMonth = static_cast<WORD>(tm.tm_mon + 1);
