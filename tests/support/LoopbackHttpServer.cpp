@@ -100,7 +100,7 @@ void LoopbackHttpServer::serve(const std::string &target, HttpResponse response)
 
 std::vector<std::string> LoopbackHttpServer::requests() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return requests_;
+    return std::vector<std::string>(requests_.begin(), requests_.end());
 }
 
 std::string LoopbackHttpServer::lastUserAgent() const {
@@ -131,14 +131,24 @@ void LoopbackHttpServer::acceptLoop() {
     // leaves the process's handle count alone.
     for (;;) {
         SOCKET client = accept(listener_, nullptr, nullptr);
-        if (client == INVALID_SOCKET) return;  // the listener was closed
         {
             std::lock_guard<std::mutex> lock(mutex_);
             if (stopping_) {
-                closesocket(client);
+                if (client != INVALID_SOCKET) closesocket(client);
                 return;
             }
-            open_.push_back(client);
+            if (client != INVALID_SOCKET) open_.push_back(client);
+        }
+        // A failed accept while the server runs (a connection reset while
+        // it queued, a short shortage of sockets) ends only that connection:
+        // a loop that stopped here would leave every later client queued
+        // for an answer that never comes. Only a closed listener ends it.
+        if (client == INVALID_SOCKET) {
+            const int error = WSAGetLastError();
+            if (error == WSAENOTSOCK || error == WSAEINVAL) return;
+            // A shortage that lasts is waited out rather than spun on.
+            WaitForSingleObject(stop_, 10);
+            continue;
         }
         handle(client);
     }
@@ -174,6 +184,7 @@ void LoopbackHttpServer::handle(SOCKET client) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         requests_.push_back(target);
+        if (requests_.size() > kRequestsKept) requests_.pop_front();
         lastHead_ = head;
     }
     const HttpResponse r = lookup(target);
