@@ -19,8 +19,7 @@ HMODULE FakeLoadLibraryA(const char *name) {
 DWORD FakeGetIpAddrTable(MIB_IPADDRTABLE *table, ULONG *size, BOOL) {
     ++Net().ipHelperCalls;
     DWORD count = 0;
-    for (const FakeInterface &i : Net().interfaces)
-        if (!i.address.empty()) ++count;
+    for (const FakeInterface &i : Net().interfaces) count += !i.address.empty();
     const ULONG needed = sizeof(MIB_IPADDRTABLE) + count * sizeof(MIB_IPADDRROW);
     if (!table) {
         *size = needed;
@@ -32,11 +31,8 @@ DWORD FakeGetIpAddrTable(MIB_IPADDRTABLE *table, ULONG *size, BOOL) {
     DWORD n = 0;
     for (const FakeInterface &i : Net().interfaces) {
         if (i.address.empty()) continue;
-        MIB_IPADDRROW &row = table->table[n++];
-        std::memset(&row, 0, sizeof row);
-        row.dwAddr = inet_addr(i.address.c_str());
-        row.dwIndex = i.index;
-        row.dwMask = inet_addr("255.255.255.0");
+        table->table[n++] = MIB_IPADDRROW{inet_addr(i.address.c_str()), i.index,
+                                          inet_addr("255.255.255.0"), 0, 0, 0, 0};
     }
     return NO_ERROR;
 }
@@ -45,7 +41,7 @@ DWORD FakeGetBestRoute(DWORD destination, DWORD, MIB_IPFORWARDROW *route) {
     ++Net().ipHelperCalls;
     Net().lastBestRouteDestination = destination;
     if (Net().bestRouteError != NO_ERROR) return Net().bestRouteError;
-    std::memset(route, 0, sizeof *route);
+    *route = MIB_IPFORWARDROW{};
     route->dwForwardIfIndex = Net().bestRouteInterface;
     return NO_ERROR;
 }
@@ -57,8 +53,7 @@ DWORD FakeGetIfEntry(MIB_IFROW *row) {
         if (i.index != row->dwIndex) continue;
         row->dwType = i.type;
         row->dwPhysAddrLen = static_cast<DWORD>(i.mac.size());
-        std::memcpy(row->bPhysAddr, i.mac.data(),
-                    i.mac.size() < sizeof row->bPhysAddr ? i.mac.size() : sizeof row->bPhysAddr);
+        std::memcpy(row->bPhysAddr, i.mac.data(), i.mac.size());
         row->dwDescrLen = static_cast<DWORD>(i.description.size() + 1);
         std::memcpy(row->bDescr, i.description.c_str(), i.description.size() + 1);
         return NO_ERROR;
@@ -76,8 +71,7 @@ DWORD FakeGetAdaptersInfo(IP_ADAPTER_INFO *info, ULONG *size) {
     if (Net().adaptersSecondAnswer != NO_ERROR) return Net().adaptersSecondAnswer;
     if (*size < needed) return ERROR_BUFFER_OVERFLOW;
     for (size_t n = 0; n < Net().adapters.size(); ++n) {
-        IP_ADAPTER_INFO &a = info[n];
-        std::memset(&a, 0, sizeof a);
+        IP_ADAPTER_INFO &a = info[n] = IP_ADAPTER_INFO{};
         const FakeAdapter &f = Net().adapters[n];
         a.AddressLength = static_cast<UINT>(f.mac.size());
         std::memcpy(a.Address, f.mac.data(), f.mac.size());
@@ -149,8 +143,8 @@ BOOL FakeEnumServicesStatusA(SC_HANDLE manager, DWORD type, DWORD state,
     // Entries first, their names after them, as the service manager lays
     // the buffer out.
     DWORD total = 0;
-    for (const FakeService &s : Net().services)
-        total += sizeof(ENUM_SERVICE_STATUSA) + static_cast<DWORD>(2 * (s.name.size() + 1));
+    for (const auto &s : Net().services)
+        total += sizeof(ENUM_SERVICE_STATUSA) + static_cast<DWORD>(2 * (s.first.size() + 1));
     *needed = total;
     if (!services || size < total) {
         *returned = 0;
@@ -163,15 +157,12 @@ BOOL FakeEnumServicesStatusA(SC_HANDLE manager, DWORD type, DWORD state,
     }
     char *names = reinterpret_cast<char *>(services + Net().services.size());
     for (size_t i = 0; i < Net().services.size(); ++i) {
-        const FakeService &s = Net().services[i];
-        std::memset(&services[i], 0, sizeof services[i]);
-        std::memcpy(names, s.name.c_str(), s.name.size() + 1);
-        services[i].lpServiceName = names;
-        names += s.name.size() + 1;
-        std::memcpy(names, s.name.c_str(), s.name.size() + 1);
-        services[i].lpDisplayName = names;
-        names += s.name.size() + 1;
-        services[i].ServiceStatus.dwCurrentState = s.state;
+        const std::string &name = Net().services[i].first;
+        services[i] = ENUM_SERVICE_STATUSA{};
+        services[i].lpServiceName = std::strcpy(names, name.c_str());
+        services[i].lpDisplayName = std::strcpy(names + name.size() + 1, name.c_str());
+        names += 2 * (name.size() + 1);
+        services[i].ServiceStatus.dwCurrentState = Net().services[i].second;
         services[i].ServiceStatus.dwServiceType = SERVICE_WIN32_SHARE_PROCESS;
     }
     *returned = static_cast<DWORD>(Net().services.size());
@@ -179,9 +170,7 @@ BOOL FakeEnumServicesStatusA(SC_HANDLE manager, DWORD type, DWORD state,
 }
 
 BOOL FakeCloseServiceHandle(SC_HANDLE handle) {
-    if (handle != kManager) return FALSE;
-    ++Net().closedServiceHandles;
-    return TRUE;
+    return handle == kManager && ++Net().closedServiceHandles;
 }
 
 }  // namespace

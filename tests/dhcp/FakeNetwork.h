@@ -9,7 +9,6 @@
 #include <nb30.h>
 
 #include <array>
-#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -17,7 +16,7 @@
 
 struct FakeInterface {
     DWORD index;
-    DWORD type;  // 6 Ethernet, 9 token ring, 15 FDDI, 24 loopback, 23 PPP
+    DWORD type;           // 6 Ethernet, 9 token ring, 15 FDDI, 24 loopback, 23 PPP
     std::string address;  // dotted; "" for none in the address table
     std::vector<BYTE> mac;
     std::string description;
@@ -26,11 +25,6 @@ struct FakeInterface {
 struct FakeAdapter {
     std::vector<BYTE> mac;
     bool dhcpEnabled;
-};
-
-struct FakeService {
-    std::string name;
-    DWORD state;  // 4 running, 1 stopped
 };
 
 struct FakeNetbiosAdapter {
@@ -47,17 +41,17 @@ public:
     FakeNetwork(const FakeNetwork &) = delete;
     FakeNetwork &operator=(const FakeNetwork &) = delete;
 
-    // The machine.
+    // An Ethernet interface with an adapter of the same address.
+    void AddEthernet(DWORD index, const std::string &address, std::vector<BYTE> mac,
+                     bool dhcp = true, const std::string &description = "");
+
     bool iphlpapiPresent = true;
     std::vector<FakeInterface> interfaces;
-    DWORD bestRouteInterface = 0;
-    DWORD bestRouteError = NO_ERROR;
-    DWORD ipAddrTableFirstAnswer = ERROR_INSUFFICIENT_BUFFER;
-    DWORD ipAddrTableSecondAnswer = NO_ERROR;
+    DWORD bestRouteInterface = 0, bestRouteError = NO_ERROR;
+    DWORD ipAddrTableFirstAnswer = ERROR_INSUFFICIENT_BUFFER, ipAddrTableSecondAnswer = NO_ERROR;
     DWORD ifEntryError = NO_ERROR;  // for every GetIfEntry
     std::vector<FakeAdapter> adapters;
-    DWORD adaptersFirstAnswer = ERROR_BUFFER_OVERFLOW;
-    DWORD adaptersSecondAnswer = NO_ERROR;
+    DWORD adaptersFirstAnswer = ERROR_BUFFER_OVERFLOW, adaptersSecondAnswer = NO_ERROR;
     bool netbiosPresent = true;
     std::vector<FakeNetbiosAdapter> netbiosAdapters;
     bool versionFails = false;
@@ -65,17 +59,12 @@ public:
     bool scManagerFails = false;
     DWORD enumFirstError = ERROR_MORE_DATA;
     bool enumSecondFails = false;
-    std::vector<FakeService> services;
+    std::vector<std::pair<std::string, DWORD>> services;  // name, state (4 running)
 
     // What the code asked for.
     int ipHelperCalls = 0;
     DWORD lastBestRouteDestination = 0;
-    int closedServiceHandles = 0;
-    int openedServiceHandles = 0;
-
-    // An Ethernet interface with a DHCP-enabled adapter of the same address.
-    void AddEthernet(DWORD index, const std::string &address, std::vector<BYTE> mac,
-                     bool dhcp = true, const std::string &description = "");
+    int openedServiceHandles = 0, closedServiceHandles = 0;
 
     static FakeNetwork *current;
 

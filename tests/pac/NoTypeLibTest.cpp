@@ -17,10 +17,12 @@ TEST(NoTypeLibrary, DispatchAnswersElementNotFound) {
     UINT count = 7;
     EXPECT_EQ(S_OK, helper->GetTypeInfoCount(&count));
     EXPECT_EQ(0u, count);
-    ITypeInfo *info = reinterpret_cast<ITypeInfo *>(1);
-    EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND, helper->GetTypeInfo(0, 0, &info));
-    EXPECT_EQ(nullptr, info);
-    EXPECT_EQ(DISP_E_BADINDEX, helper->GetTypeInfo(1, 0, &info));
+    ComPtr<ITypeInfo> info;
+    EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND, helper->GetTypeInfo(0, 0, info.out()));
+    EXPECT_EQ(DISP_E_BADINDEX, helper->GetTypeInfo(1, 0, info.out()));
+    EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND,
+              static_cast<IProvideClassInfo2 *>(object)->GetClassInfo(info.out()));
+    EXPECT_FALSE(info);
     LPOLESTR names[] = {const_cast<LPOLESTR>(L"isPlainHostname")};
     DISPID id = 0;
     EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND, helper->GetIDsOfNames(IID_NULL, names, 1, 0, &id));
@@ -28,10 +30,6 @@ TEST(NoTypeLibrary, DispatchAnswersElementNotFound) {
     DISPPARAMS none = {nullptr, nullptr, 0, 0};
     EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND,
               helper->Invoke(7, IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr));
-    ITypeInfo *classInfo = reinterpret_cast<ITypeInfo *>(1);
-    EXPECT_EQ(TYPE_E_ELEMENTNOTFOUND,
-              static_cast<IProvideClassInfo2 *>(object)->GetClassInfo(&classInfo));
-    EXPECT_EQ(nullptr, classInfo);
     // The methods themselves still work when called through the vtable.
     ScopedBstr host(SysAllocString(L"intranet"));
     VARIANT_BOOL plain = VARIANT_FALSE;
@@ -44,11 +42,9 @@ TEST(NoTypeLibrary, ScriptsRunButHelperCallsFail) {
     // The engine looks the name up first; the object's TYPE_E_ELEMENTNOTFOUND
     // leaves it unknown, which this engine raises as "Object expected".
     EXPECT_EQ("error:800a138f", Eval("isPlainHostname('intranet')"));
-    EXPECT_EQ("error:800a138f", Eval("shExpMatch('a', '*')"));
     const ScriptOutcome out = RunScript(
-        "function FindProxyForURL(url, host) { return dnsDomainIs(host, '.example.com') ? 'x' : 'y'; }");
-    EXPECT_TRUE(out.parsed);
-    EXPECT_FALSE(out.executed);
+        "function FindProxyForURL(url, host) { return dnsDomainIs(host, '.com') ? 'x' : 'y'; }");
+    EXPECT_TRUE(out.parsed && !out.executed);
     EXPECT_EQ(E_FAIL, out.status);
     EXPECT_EQ(0u, out.detail.find("Invoke failed\r\n\r\nSource:  ")) << out.detail;
 }
@@ -58,13 +54,8 @@ TEST(NoTypeLibrary, TheLibraryLoadsWithoutIt) {
     ASSERT_NE(nullptr, library);
     char path[MAX_PATH];
     ASSERT_NE(0u, GetModuleFileNameA(library, path, sizeof path));
-    {
-        // The copy truly lacks the resource.
-        ScopedBstr file = BstrFromNarrow(path);
-        ITypeLib *lib = nullptr;
-        EXPECT_TRUE(FAILED(LoadTypeLib(file.get(), &lib)));
-        if (lib) lib->Release();
-    }
+    ComPtr<ITypeLib> lib;  // the copy truly lacks the resource
+    EXPECT_TRUE(FAILED(LoadTypeLib(BstrFromNarrow(path).get(), lib.out())));
     using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
     using CanUnloadNow = HRESULT(WINAPI *)();
     auto getClassObject = reinterpret_cast<GetClassObject>(
