@@ -1,40 +1,17 @@
 #include "PacFixtures.h"
 
-#include <io.h>
-
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 
-ScopedEnvironment::ScopedEnvironment(const std::string &name, const std::string &value, bool unset)
-    : name_(name) {
-    const char *old = getenv(name.c_str());
-    had_ = old != nullptr;
-    if (old) old_ = old;
-    // _putenv_s changes the C library's copy and the process's block both.
-    _putenv_s(name.c_str(), unset ? "" : value.c_str());
+std::ostream &operator<<(std::ostream &out, const Entry &e) {
+    return out << (e.kind == PROXY_ENTRY_DIRECT ? "DIRECT" : "PROXY ") << e.host << ":" << e.port;
 }
 
-ScopedEnvironment::ScopedEnvironment(ScopedEnvironment &&other) noexcept
-    : name_(std::move(other.name_)),
-      old_(std::move(other.old_)),
-      had_(other.had_),
-      active_(other.active_) {
-    other.active_ = false;
+std::vector<Entry> Entries(const Routvane &resolver) {
+    std::vector<Entry> out;
+    for (const ProxyEntry &e : resolver.proxies()) out.push_back(Entry{e.kind, e.host, e.port});
+    return out;
 }
-
-ScopedEnvironment::~ScopedEnvironment() {
-    if (active_) _putenv_s(name_.c_str(), had_ ? old_.c_str() : "");
-}
-
-ScopedCurrentDirectory::ScopedCurrentDirectory(const std::string &path) {
-    char old[MAX_PATH] = {};
-    GetCurrentDirectoryA(sizeof old, old);
-    old_ = old;
-    SetCurrentDirectoryA(path.c_str());
-}
-
-ScopedCurrentDirectory::~ScopedCurrentDirectory() { SetCurrentDirectoryA(old_.c_str()); }
 
 std::vector<std::string> DirectoryEntries(const std::string &path) {
     std::vector<std::string> names;
@@ -49,25 +26,65 @@ std::vector<std::string> DirectoryEntries(const std::string &path) {
     return names;
 }
 
-int OccupyParkingNames(const std::string &directory) {
-    int made = 0;
-    // _mktemp offers one letter per name, so a few dozen names exhaust it.
-    for (int i = 0; i < 64; ++i) {
-        char name[MAX_PATH];
-        if (directory.empty())
-            snprintf(name, sizeof name, "INSXXXXXX");
-        else
-            snprintf(name, sizeof name, "%s/INSXXXXXX", directory.c_str());
-        if (!_mktemp(name)) break;
-        FILE *f = fopen(name, "w");
-        if (!f) break;
-        fclose(f);
-        ++made;
-    }
-    return made;
+int WinInetLog::open = 0;
+std::vector<std::string> WinInetLog::calls;
+static HINTERNET session;
+
+PacTest::PacTest() {
+    WinInetLog::open = 0;
+    WinInetLog::calls.clear();
+    // Wine's real WinINet behind a layer that notes every call.
+    platform_->InternetOpenA = [](const char *agent, DWORD access, const char *proxy,
+                                  const char *bypass, DWORD flags) {
+        WinInetLog::calls.push_back("open " + std::string(agent) + " " + std::to_string(access));
+        session = RealPlatform().InternetOpenA(agent, access, proxy, bypass, flags);
+        WinInetLog::open += session != nullptr;
+        return session;
+    };
+    platform_->InternetSetOptionA = [](HINTERNET h, DWORD option, void *buffer, DWORD length) {
+        DWORD value = 0;
+        if (buffer && length >= sizeof value) memcpy(&value, buffer, sizeof value);
+        WinInetLog::calls.push_back("option " + std::to_string(option) + " " +
+                                    std::to_string(length) + " " + std::to_string(value) +
+                                    (h == session ? "" : " elsewhere"));
+        return RealPlatform().InternetSetOptionA(h, option, buffer, length);
+    };
+    platform_->InternetOpenUrlA = [](HINTERNET s, const char *url, const char *headers,
+                                     DWORD headersLength, DWORD flags, DWORD_PTR context) {
+        char line[64];
+        snprintf(line, sizeof line, "url %08lx %ld", flags, static_cast<long>(headersLength));
+        WinInetLog::calls.push_back(line);
+        HINTERNET h =
+            RealPlatform().InternetOpenUrlA(s, url, headers, headersLength, flags, context);
+        WinInetLog::open += h != nullptr;
+        return h;
+    };
+    platform_->InternetCloseHandle = [](HINTERNET h) {
+        --WinInetLog::open;
+        WinInetLog::calls.push_back(h == session ? "close session" : "close");
+        return RealPlatform().InternetCloseHandle(h);
+    };
+    StartTrace();
 }
 
-double NowMs() {
-    using namespace std::chrono;
-    return duration<double, std::milli>(steady_clock::now().time_since_epoch()).count();
+void PacTest::TearDown() {
+    EXPECT_EQ(DirectoryEntries(temp_.path()), std::vector<std::string>()) << "a file left behind";
+    EXPECT_EQ(WinInetLog::open, 0) << "a WinINet handle left open";
+}
+
+void PacTest::StartTrace() {
+    trace_.reset();
+    trace_ =
+        std::make_unique<ScopedTrace>(files_.file("trace" + std::to_string(++traces_) + ".log"));
+}
+
+std::string PacTest::Text(const std::string &line) {
+    const std::string text = LineText(line);
+    return text.substr(0, text.rfind(" (tid="));
+}
+
+std::vector<std::string> PacTest::Messages(const std::string &fragment) const {
+    std::vector<std::string> texts;
+    for (const std::string &line : trace_->linesWith(fragment)) texts.push_back(Text(line));
+    return texts;
 }

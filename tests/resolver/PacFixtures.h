@@ -1,65 +1,98 @@
-// Helpers of the PAC and Netscape tests: environment variables, the files of
-// a folder, the unique names of parked settings files, and a COM apartment.
+// The frame of the PAC and Netscape tests: a loopback server, a TEMP that
+// must be empty again at the end, WinINet handles counted, and trace files.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <winsock2.h>
 #include <windows.h>
 #include <objbase.h>
 
+#include <cstdlib>
+#include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
+
+#include "LoopbackHttpServer.h"
+#include "TestSupport.h"
+#include "resolver/Routvane.h"
 
 // Sets (or with unset, removes) an environment variable for the C library
 // and the process alike, and puts back what was there when it goes.
 class ScopedEnvironment {
 public:
-    ScopedEnvironment(const std::string &name, const std::string &value, bool unset = false);
-    static ScopedEnvironment Unset(const std::string &name) { return {name, "", true}; }
-    ScopedEnvironment(ScopedEnvironment &&other) noexcept;
+    ScopedEnvironment(const std::string &name, const std::string &value, bool unset = false)
+        : name_(name),
+          had_(getenv(name.c_str()) != nullptr),
+          old_(had_ ? getenv(name.c_str()) : "") {
+        _putenv_s(name.c_str(), unset ? "" : value.c_str());
+    }
+    ~ScopedEnvironment() { _putenv_s(name_.c_str(), had_ ? old_.c_str() : ""); }
     ScopedEnvironment(const ScopedEnvironment &) = delete;
     ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
-    ScopedEnvironment &operator=(ScopedEnvironment &&) = delete;
-    ~ScopedEnvironment();
 
 private:
-    std::string name_;
-    std::string old_;
-    bool had_ = false;
-    bool active_ = true;
+    const std::string name_;
+    const bool had_;
+    const std::string old_;
 };
 
-// Moves the current directory for the scope.
-class ScopedCurrentDirectory {
-public:
-    explicit ScopedCurrentDirectory(const std::string &path);
-    ~ScopedCurrentDirectory();
-    ScopedCurrentDirectory(const ScopedCurrentDirectory &) = delete;
-    ScopedCurrentDirectory &operator=(const ScopedCurrentDirectory &) = delete;
-
-private:
-    std::string old_;
+struct Entry {
+    uint32_t kind;
+    std::string host;
+    uint32_t port;
+    bool operator==(const Entry &o) const {
+        return kind == o.kind && host == o.host && port == o.port;
+    }
 };
+std::ostream &operator<<(std::ostream &out, const Entry &e);
+const Entry kDirect{PROXY_ENTRY_DIRECT, "", 0};
+inline Entry Proxy(const std::string &host, uint32_t port) {
+    return Entry{PROXY_ENTRY_PROXY, host, port};
+}
+std::vector<Entry> Entries(const Routvane &resolver);
+
+// A script whose FindProxyForURL returns the given JScript expression.
+inline std::string Returning(const std::string &expression) {
+    return "function FindProxyForURL(url, host) {\n    return " + expression + ";\n}\n";
+}
 
 // The names in a folder, "." and ".." left out.
 std::vector<std::string> DirectoryEntries(const std::string &path);
 
-// Creates files under every name _mktemp can still make from
-// "<directory>/INSXXXXXX" (or "INSXXXXXX" for an empty directory), so that
-// the next _mktemp on that template fails. The number of files made.
-int OccupyParkingNames(const std::string &directory);
-
-// COM initialised on the calling thread for the scope.
-class ComApartment {
-public:
-    ComApartment() : hr_(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {}
-    ~ComApartment() {
-        if (SUCCEEDED(hr_)) CoUninitialize();
-    }
-    ComApartment(const ComApartment &) = delete;
-    ComApartment &operator=(const ComApartment &) = delete;
-
-private:
-    HRESULT hr_;
+// The WinINet calls made through the platform seam, one line each, such as
+// "open OvrenaTessel 1", "option 2 4 5000", "url 84000200 -1", "close session".
+struct WinInetLog {
+    static int open;  // handles given and not yet closed
+    static std::vector<std::string> calls;
 };
 
-// Milliseconds on a monotonic clock.
-double NowMs();
+class PacTest : public ::testing::Test {
+protected:
+    PacTest();
+    void TearDown() override;
+    // A fresh trace file, so that a row of a table sees its own lines only.
+    void StartTrace();
+    // Message texts, without line prefix and thread tail, holding the fragment.
+    std::vector<std::string> Messages(const std::string &fragment) const;
+    static std::string Text(const std::string &line);
+    uint32_t Read(const std::string &url) { return resolver_.readURL(url, script_); }
+
+    struct Com {
+        HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        ~Com() {
+            if (SUCCEEDED(hr)) CoUninitialize();
+        }
+    } com_;
+    LoopbackHttpServer server_;
+    ScopedPlatform platform_;
+    TempDir files_;  // the trace files and the test's own other files
+    TempDir temp_;
+    ScopedEnvironment tempVariable_{"TEMP", temp_.path()}, tmpVariable_{"TMP", temp_.path()};
+    ScopedRegistryValue timeout_ = ScopedRegistryValue::Dword("WPADConnectTimeout", 1);
+    std::unique_ptr<ScopedTrace> trace_;
+    int traces_ = 0;
+    Routvane resolver_;
+    std::string script_;
+};
