@@ -24,11 +24,21 @@ ACE_Recursive_Thread_Mutex &TraceLock() {
     return lock;
 }
 
-// The place where a build could force tracing on whatever the registry says.
-// This library never does.
+// The forced-tracing hook: a program that links the library may force
+// tracing into a file of its choosing, whatever the registry says
+// (ZelForceTraceFile). Off unless a program asks; the DLL never does. The
+// flag is read without the lock so that a disabled trace statement stays
+// cheap; the path is read and written under the trace lock.
+std::atomic<bool> g_forced{false};
+std::string g_forcedPath;
+
 bool ForcedTracing(std::string &path) {
     path.clear();
-    return false;
+    if (!g_forced.load(std::memory_order_acquire)) return false;
+    ZelTraceGuard guard;
+    if (!g_forced.load()) return false;
+    path = g_forcedPath;
+    return true;
 }
 
 std::string DefaultTracePath() {
@@ -130,7 +140,9 @@ bool ZelTraceManager::refresh() {
     const bool forced = ForcedTracing(forcedPath);
     if (forced == forced_) {
         const time_t now = Platform().time(nullptr);
-        if (difftime(now, static_cast<time_t>(lastRead_.load())) >= 60.0) {
+        // While tracing is forced the forced file stays: the registry's file
+        // setting is not read.
+        if (!forced && difftime(now, static_cast<time_t>(lastRead_.load())) >= 60.0) {
             ZelTraceGuard guard;
             lastRead_ = now;
             readFileSetting();
@@ -212,6 +224,22 @@ void ZelTraceManager::write(unsigned flags, const char *text) {
         unflushed_ = false;
     } else {
         unflushed_ = true;
+    }
+}
+
+void ZelForceTraceFile(const std::string &path) {
+    {
+        ZelTraceGuard guard;
+        g_forcedPath = path;
+        g_forced.store(!path.empty(), std::memory_order_release);
+    }
+    // Takes effect at once: the forced file is open (or closed again) when
+    // this returns.
+    ZelTraceGuard guard;
+    if (ZelTraceManager *manager = g_traceManager) {
+        manager->refresh();
+        // Forced already, to another file: switch to this one.
+        if (!path.empty() && manager->path() != path) manager->setTraceFile(path);
     }
 }
 

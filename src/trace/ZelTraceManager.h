@@ -90,3 +90,12 @@ void ZelTraceStartup();
 void ZelTraceShutdown();
 // Replaces both managers, re-reading every registry setting.
 void ZelTraceReload();
+
+// The forced-tracing hook. A non-empty path forces tracing on into that file
+// (opened for appending) whatever the registry's file setting, and keeps it
+// there, unaffected by the registry, until the hook is cleared again; an
+// empty path clears the hook, which closes the forced file (tracing stays
+// off until the registry's file setting is next read). The threshold and the
+// component filter of the registry still apply. Off by default: the DLL
+// never calls it; a program linking the library (routvane.exe --trace) may.
+void ZelForceTraceFile(const std::string &path);

@@ -6,6 +6,9 @@
 // LabResponder.* while the programmable responder is, its replies chosen
 //                through responder.mode in the lab folder
 // LabDnsWalk.*   under each of the lab's host names
+//
+// The program carries the PAC type library (resource TYPELIB 1), as the DLL
+// does, so the scripts found are evaluated for real.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -15,6 +18,7 @@
 #include <vector>
 
 #include <objbase.h>
+#include <wininet.h>
 
 #include "TestSupport.h"
 #include "dhcp/dhcp.h"
@@ -76,6 +80,80 @@ testing::Environment *const kComApartment = testing::AddGlobalTestEnvironment(ne
 
 uint32_t RawAddress(const std::string &dotted) { return inet_addr(dotted.c_str()); }
 
+// WinINet as a browser set to detect its settings automatically. Wine's
+// WinINet does not report PROXY_TYPE_AUTO_DETECT, so the platform seam
+// answers the per-connection query; every other query goes to WinINet.
+BOOL WINAPI AutoDetectSettings(HINTERNET session, DWORD option, void *buffer, DWORD *length) {
+    if (option != INTERNET_OPTION_PER_CONNECTION_OPTION)
+        return RealPlatform().InternetQueryOptionA(session, option, buffer, length);
+    auto *list = static_cast<INTERNET_PER_CONN_OPTION_LISTA *>(buffer);
+    for (DWORD i = 0; i < list->dwOptionCount; ++i) {
+        INTERNET_PER_CONN_OPTIONA &o = list->pOptions[i];
+        switch (o.dwOption) {
+        case INTERNET_PER_CONN_FLAGS:
+            o.Value.dwValue = PROXY_TYPE_DIRECT | PROXY_TYPE_AUTO_DETECT;
+            break;
+        case INTERNET_PER_CONN_AUTODISCOVERY_FLAGS:
+            o.Value.dwValue = AUTO_PROXY_FLAG_USER_SET;
+            break;
+        default:  // the URL, bypass list and proxy server: none
+            o.Value.pszValue = nullptr;
+        }
+    }
+    return TRUE;
+}
+
+// The resolver as a client gets it: from the class object, through
+// IClassFactory, as IRoutvane (the class object of the library's code linked
+// into this program, so that the platform seam above applies).
+IRoutvane *CreateThroughClassObject() {
+    IClassFactory *factory = nullptr;
+    if (FAILED(DllGetClassObject(CLSID_Routvane, IID_IClassFactory,
+                                 reinterpret_cast<void **>(&factory))))
+        return nullptr;
+    IRoutvane *resolver = nullptr;
+    factory->CreateInstance(nullptr, IID_IRoutvane, reinterpret_cast<void **>(&resolver));
+    factory->Release();
+    return resolver;
+}
+
+struct Entry {
+    bool direct;
+    std::string host;
+    unsigned port;
+    bool operator==(const Entry &o) const {
+        return direct == o.direct && host == o.host && port == o.port;
+    }
+};
+
+std::ostream &operator<<(std::ostream &out, const Entry &e) {
+    return out << (e.direct ? "DIRECT" : "PROXY " + e.host + ":" + std::to_string(e.port));
+}
+
+std::vector<Entry> Entries(IRoutvane *resolver) {
+    std::vector<Entry> out;
+    for (long long i = 0; i < resolver->GetProxyCount(); ++i) {
+        Entry e{false, "", 0};
+        char host[256] = {};
+        EXPECT_TRUE(resolver->GetProxy(static_cast<int>(i), &e.direct, host, sizeof host, &e.port));
+        e.host = host;
+        out.push_back(e);
+    }
+    return out;
+}
+
+std::string AutoConfigUrl(IRoutvane *resolver) {
+    char url[1024] = {};
+    resolver->GetAutoConfigURL(url, sizeof url);
+    return url;
+}
+
+std::string AutoConfigScript(IRoutvane *resolver) {
+    std::vector<char> script(64 * 1024, '\0');
+    resolver->GetAutoConfigScript(script.data(), static_cast<int>(script.size()));
+    return script.data();
+}
+
 // ---------------------------------------------------------------- dnsmasq
 
 class LabDnsmasq : public LabTest {};
@@ -107,6 +185,30 @@ TEST_F(LabDnsmasq, AutoDetectTakesTheDhcpUrlFirst) {
     // A usable script ends discovery; a failed one hands over to the wpad
     // names.
     EXPECT_EQ(status == ROUTVANE_FAILED ? 2u : 0u, count("Trying WPAD well-known URL"));
+}
+
+// End to end: a browser set to detect its settings, the DHCP server's URL,
+// its script evaluated, the entries as the client reads them.
+TEST_F(LabDnsmasq, RoutvaneBrowserWithAutoDetectTakesTheDhcpScript) {
+    auto timeout = ScopedRegistryValue::Dword("DHCPTimeout", 1);
+    ScopedPlatform platform;
+    platform->InternetQueryOptionA = &AutoDetectSettings;
+    IRoutvane *resolver = CreateThroughClassObject();
+    ASSERT_NE(nullptr, resolver);
+    EXPECT_EQ(static_cast<unsigned>(ROUTVANE_PROXY),
+              resolver->RoutvaneBrowser(0, "www.example.com", 80));
+    unsigned browser = ROUTVANE_BROWSER_UNKNOWN;
+    EXPECT_TRUE(resolver->GetBrowser(&browser));
+    EXPECT_EQ(static_cast<unsigned>(ROUTVANE_BROWSER_IE), browser);
+    // dhcp-wpad.dat answers "DIRECT".
+    EXPECT_EQ(std::vector<Entry>({{true, "", 0}}), Entries(resolver));
+    EXPECT_EQ(DhcpUrl(), AutoConfigUrl(resolver));
+    EXPECT_NE(std::string::npos, AutoConfigScript(resolver).find("return \"DIRECT\""));
+    EXPECT_EQ(0u, resolver->Release());
+    EXPECT_EQ(1u, count("PROXY_TYPE_AUTO_DETECT"));
+    EXPECT_EQ(1u, count("DiscoverProxyUrlViaDHCP returned true"));
+    EXPECT_EQ(1u, count("FindProxyForURL returned:  DIRECT"));
+    EXPECT_EQ(0u, count("Trying WPAD"));
 }
 
 // -------------------------------------------------------------- responder
@@ -332,6 +434,35 @@ TEST_F(LabResponder, DnsStageOffAnswersDirect) {
     EXPECT_EQ(1u, count("DiscoverProxyUrlViaDHCP returned false"));
     EXPECT_EQ(2u, count(kTimeout));
     EXPECT_EQ(0u, count("Trying WPAD"));
+}
+
+// End to end with DHCP silent: the first wpad name of the DNS walk gives the
+// script, and the client reads its proxy.
+TEST_F(LabResponder, RoutvaneBrowserWithAutoDetectFindsTheWpadNameWhenDhcpIsSilent) {
+    mode("silent");
+    auto timeout = ScopedRegistryValue::Dword("DHCPTimeout", 1);
+    ScopedPlatform platform;
+    platform->InternetQueryOptionA = &AutoDetectSettings;
+    IRoutvane *resolver = CreateThroughClassObject();
+    ASSERT_NE(nullptr, resolver);
+    EXPECT_EQ(static_cast<unsigned>(ROUTVANE_PROXY),
+              resolver->RoutvaneBrowser(0, "www.example.com", 80));
+    EXPECT_EQ(std::vector<Entry>({{false, "proxy.sales.corp.example", 3128}}), Entries(resolver));
+    EXPECT_EQ("http://wpad.sales.corp.example/wpad.dat", AutoConfigUrl(resolver));
+    EXPECT_NE(std::string::npos,
+              AutoConfigScript(resolver).find("PROXY proxy.sales.corp.example:3128"));
+    EXPECT_EQ(0u, resolver->Release());
+    EXPECT_EQ(1u, count("PROXY_TYPE_AUTO_DETECT"));
+    EXPECT_EQ(2u, count(kTimeout));
+    EXPECT_EQ(1u, count("DiscoverProxyUrlViaDHCP returned false"));
+    EXPECT_EQ(std::vector<std::string>(
+                  {"Trying WPAD well-known URL http://wpad.sales.corp.example/wpad.dat"}),
+              [&] {
+                  std::vector<std::string> tried;
+                  for (const std::string &m : messages("Routvane::RunAutoDetect"))
+                      if (m.rfind("Trying WPAD", 0) == 0) tried.push_back(m);
+                  return tried;
+              }());
 }
 
 // ---------------------------------------------------------------- DNS walk

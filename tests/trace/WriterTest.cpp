@@ -199,4 +199,41 @@ TEST(WriterTest, FileValueOfAnotherTypeIsIgnored) {
     EXPECT_FALSE(FileExists(path));
 }
 
+TEST(WriterTest, ForcedTraceFileHookIsOffByDefaultAndWinsWhenSet) {
+    TempDir dir;
+    const std::string forced = dir.file("forced.txt");
+    // Off by default: no file setting, no forced file, nothing written.
+    {
+        auto file = ScopedRegistryValue::Absent("Debug-" + kExe);
+        ZelTraceReload();
+        EXPECT_FALSE(ZelTraceManagerInstance()->refresh());
+        ZelForceTraceFile(forced);
+        EXPECT_TRUE(ZelTraceManagerInstance()->refresh());
+        Say("forced without a file setting");
+        ZelForceTraceFile("");
+        EXPECT_FALSE(ZelTraceManagerInstance()->refresh());
+        Say("after the hook is cleared");
+        const auto lines = ReadLines(forced);
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_EQ(LineText(lines[0]).substr(0, 30), "forced without a file setting ");
+        // The file is closed again: it can be deleted.
+        EXPECT_TRUE(DeleteFileA(forced.c_str()));
+    }
+    // Over the registry's file setting, which gets no line while forced, and
+    // not even after a minute when the setting is read again otherwise.
+    ScopedPlatform platform;
+    FakeClock::Install(platform, UtcTime(2016, 5, 3, 10, 0, 0));
+    ScopedTrace trace(dir.file("registry.txt"));
+    Say("to the registry's file");
+    ZelForceTraceFile(forced);
+    Say("to the forced file");
+    FakeClock::now += 120;
+    Say("still to the forced file");
+    ZelForceTraceFile("");
+    ASSERT_EQ(ReadLines(forced).size(), 2u);
+    EXPECT_EQ(LineText(ReadLines(forced)[1]).substr(0, 24), "still to the forced file");
+    ASSERT_EQ(trace.lines().size(), 1u);
+    EXPECT_EQ(LineText(trace.lines()[0]).substr(0, 22), "to the registry's file");
+}
+
 }  // namespace
