@@ -20,32 +20,17 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "dhcp/dhcp.h"
 #include "resolver/Routvane.h"
 #include "trace/ZelTraceManager.h"
 
 namespace {
 
-double Now() {
-    static LARGE_INTEGER frequency = [] {
-        LARGE_INTEGER f;
-        QueryPerformanceFrequency(&f);
-        return f;
-    }();
-    LARGE_INTEGER t;
-    QueryPerformanceCounter(&t);
-    return static_cast<double>(t.QuadPart) / static_cast<double>(frequency.QuadPart);
-}
-
-double Median(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
 // One exchange of the library's own INFORM with nothing else around it:
 // the yardstick. Returns the seconds taken, or a negative number.
 double BareExchange(const std::string &wire, uint32_t ciaddr, uint32_t xid) {
-    const double start = Now();
+    const double start = NowSeconds();
     DhcpSocket sock(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
     const BOOL on = TRUE;
     setsockopt(sock.get(), SOL_SOCKET, SO_BROADCAST, reinterpret_cast<const char *>(&on),
@@ -75,7 +60,7 @@ double BareExchange(const std::string &wire, uint32_t ciaddr, uint32_t xid) {
             std::memcpy(&got, buffer.data() + 4, 4);
             if (ntohl(got) == xid) {
                 sock.reset();
-                return Now() - start;
+                return NowSeconds() - start;
             }
         }
     }
@@ -97,9 +82,9 @@ int Respond(const std::string &server) {
     for (int i = -3; i < rounds; ++i) {  // three rounds of warm-up
         const double b = BareExchange(wire, request.ciaddr, request.xid);
         std::string url;
-        const double start = Now();
+        const double start = NowSeconds();
         const bool found = DiscoverProxyUrlViaDHCP(false, server, url, 2);
-        const double d = Now() - start;
+        const double d = NowSeconds() - start;
         if (b < 0 || !found) {
             std::printf("exchange failed in round %d (bare %s, library %s)\n", i,
                         b < 0 ? "failed" : "ok", found ? "ok" : "failed");
@@ -108,9 +93,9 @@ int Respond(const std::string &server) {
         // The interface selection alone (IP Helper queries), for the
         // breakdown of the library's time.
         DHCPPacket probe;
-        const double s0 = Now();
+        const double s0 = NowSeconds();
         GetNetworkInfo(probe, false, inet_addr(server.c_str()));
-        const double s = Now() - s0;
+        const double s = NowSeconds() - s0;
         if (i < 0) continue;
         bare.push_back(b);
         library.push_back(d);
@@ -133,15 +118,15 @@ int Silent(const std::string &server) {
     // The default time-out, as automatic discovery reads it.
     const uint32_t timeout = ReadRegistryDword("DHCPTimeout", 2);
     std::string url;
-    double start = Now();
+    double start = NowSeconds();
     const bool found = DiscoverProxyUrlViaDHCP(false, server, url, timeout);
-    const double discover = Now() - start;
+    const double discover = NowSeconds() - start;
 
     Routvane *resolver = new Routvane;
     resolver->AddRef();
-    start = Now();
+    start = NowSeconds();
     const uint32_t status = resolver->RunAutoDetect(ROUTVANE_SKIP_DNS, server, 80);
-    const double detect = Now() - start;
+    const double detect = NowSeconds() - start;
     resolver->Release();
 
     const auto within = [](double s) { return s >= 3.8 && s <= 4.2; };
