@@ -1,9 +1,10 @@
 // The one seam between the library and the platform calls whose answers a
-// test cannot arrange through real Wine components: the clock now, and the
-// WinINet settings, IP Helper, NetBIOS, service manager and token queries as
-// the subsystems that use them arrive. Production binds every entry to the
-// real API; a test swaps entries through ScopedPlatform and gets the real
-// table back when the scope ends.
+// test cannot arrange through real Wine components: the clock, the WinINet
+// settings and download calls, the process token, IP Helper, NetBIOS, the
+// system version and the service manager. Production binds every entry to
+// the real API (the optional libraries lazily, on first use); a test swaps
+// entries through ScopedPlatform and gets the real table back when the scope
+// ends.
 #pragma once
 
 #include <winsock2.h>
