@@ -158,6 +158,15 @@ std::string AutoConfigScript(IRoutvane *resolver) {
 
 class LabDnsmasq : public LabTest {};
 
+// Automatic discovery for www.example.com:80 on a fresh resolver.
+uint32_t AutoDetect(uint32_t options) {
+    Routvane *resolver = new Routvane;
+    resolver->AddRef();
+    const uint32_t status = resolver->RunAutoDetect(options, "www.example.com", 80);
+    resolver->Release();
+    return status;
+}
+
 TEST_F(LabDnsmasq, AnswersTheInformWithOption252) {
     std::string url;
     uint32_t server = 0;
@@ -172,10 +181,7 @@ TEST_F(LabDnsmasq, AnswersTheInformWithOption252) {
 
 TEST_F(LabDnsmasq, AutoDetectTakesTheDhcpUrlFirst) {
     auto timeout = ScopedRegistryValue::Dword("DHCPTimeout", 1);
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
-    const uint32_t status = resolver->RunAutoDetect(0, "www.example.com", 80);
-    resolver->Release();
+    const uint32_t status = AutoDetect(0);
     const auto m = messages("Routvane::RunAutoDetect");
     ASSERT_GE(m.size(), 3u);
     EXPECT_EQ("www.example.com:80", m[0]);
@@ -404,10 +410,7 @@ TEST_F(LabResponder, DestinationNamesOfEveryShape) {
 TEST_F(LabResponder, AutoDetectWalksTheWpadNamesWhenDhcpIsSilent) {
     mode("silent");
     auto timeout = ScopedRegistryValue::Dword("DHCPTimeout", 1);
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
-    const uint32_t status = resolver->RunAutoDetect(0, "www.example.com", 80);
-    resolver->Release();
+    const uint32_t status = AutoDetect(0);
     const auto m = messages("Routvane::RunAutoDetect");
     ASSERT_GE(m.size(), 4u);
     EXPECT_EQ("DiscoverProxyUrlViaDHCP returned false", m[2]);
@@ -426,11 +429,7 @@ TEST_F(LabResponder, AutoDetectWalksTheWpadNamesWhenDhcpIsSilent) {
 TEST_F(LabResponder, DnsStageOffAnswersDirect) {
     mode("silent");
     auto timeout = ScopedRegistryValue::Dword("DHCPTimeout", 1);
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
-    EXPECT_EQ(1u, resolver->RunAutoDetect(ROUTVANE_SKIP_DNS | ROUTVANE_FORCE_DHCP,
-                                          "www.example.com", 80));
-    resolver->Release();
+    EXPECT_EQ(1u, AutoDetect(ROUTVANE_SKIP_DNS | ROUTVANE_FORCE_DHCP));
     EXPECT_EQ(1u, count("DiscoverProxyUrlViaDHCP returned false"));
     EXPECT_EQ(2u, count(kTimeout));
     EXPECT_EQ(0u, count("Trying WPAD"));
@@ -500,10 +499,7 @@ TEST_F(LabDnsWalk, TriesTheWpadNamesOfThisHost) {
         if (std::string(w.host) == name) c = &w;
     ASSERT_NE(nullptr, c) << "no expectation for the host name " << name;
 
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
-    const uint32_t status = resolver->RunAutoDetect(ROUTVANE_SKIP_DHCP, "www.example.com", 80);
-    resolver->Release();
+    const uint32_t status = AutoDetect(ROUTVANE_SKIP_DHCP);
     std::vector<std::string> tried;
     for (const std::string &m : messages("Routvane::RunAutoDetect"))
         if (m.rfind("Trying WPAD well-known URL ", 0) == 0) tried.push_back(m.substr(27));

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "FakeSettings.h"
+#include "PacFixtures.h"
 #include "TestSupport.h"
 #include "resolver/Routvane.h"
 
@@ -11,16 +12,6 @@ const uint32_t kNoDiscoveryTraffic = ROUTVANE_SKIP_DHCP | ROUTVANE_SKIP_DNS;
 // A PAC URL whose download fails at once: nothing listens there.
 const char kDeadPacUrl[] = "http://127.0.0.1:9/proxy.pac";
 
-struct Entry {
-    uint32_t kind;
-    std::string host;
-    uint32_t port;
-    bool operator==(const Entry &o) const {
-        return kind == o.kind && host == o.host && port == o.port;
-    }
-};
-
-void PrintTo(const Entry &e, std::ostream *os) { *os << e.kind << ":" << e.host << ":" << e.port; }
 
 struct SettingsCase {
     const char *name;
@@ -62,9 +53,7 @@ TEST_P(SettingsTest, WalksTheSourcesInTheirFixedOrder) {
     Routvane *r = new Routvane();
     r->AddRef();
     EXPECT_EQ(r->GetProxyFromIE(c.options, c.target, c.port), c.status);
-    std::vector<Entry> entries;
-    for (const ProxyEntry &e : r->proxies()) entries.push_back({e.kind, e.host, e.port});
-    EXPECT_EQ(entries, c.entries);
+    EXPECT_EQ(Entries(*r), c.entries);
     for (const std::string &text : c.present) EXPECT_FALSE(trace.linesWith(text).empty()) << text;
     for (const std::string &text : c.absent) EXPECT_TRUE(trace.linesWith(text).empty()) << text;
     r->Release();
