@@ -271,9 +271,11 @@ TEST_P(LabExchange, FollowsTheReplies) {
     } else {
         EXPECT_EQ("unchanged", url);
         EXPECT_EQ(0u, server);
-        // Two sends, each followed by one full time-out of 1 s.
+        // Two sends, each followed by one full time-out of 1 s. The upper
+        // bound only has to tell two waits of 1 s from two of 2 s; the
+        // margin absorbs a loaded machine's delays between the waits.
         EXPECT_GE(elapsed, 1900u);
-        EXPECT_LT(elapsed, 3500u);
+        EXPECT_LT(elapsed, 3900u);
     }
     EXPECT_EQ(before + (c.found ? 1 : 2), received().size()) << "requests sent";
 

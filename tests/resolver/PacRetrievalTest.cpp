@@ -127,16 +127,22 @@ TEST_F(PacRetrievalTest, TheScriptIsTheWholeTextWhenItNamesTheFunction) {
     const std::string tail = "function FindProxyForURL(u, h) { return \"DIRECT\"; }\n";
     large.replace(large.size() - tail.size(), tail.size(), tail);
     const auto none = HttpResponse::kBodySize;
+    // A row with a prefix floor accepts any prefix of the body at least that
+    // long: a server that sends more than its Content-Length leaves it to
+    // WinINet how much of the surplus arrives before the reading loop sees
+    // its zero count, and that depends on how the bytes reach the socket.
+    // The loop itself promises only to keep what WinINet hands back.
     const struct {
         std::string path;
         HttpResponse response;
         std::string expected;
+        size_t prefixFloor = 0;
     } rows[] = {
         {"/error.pac", Answer("<html>Internal error</html>", 500), ""},
         {"/empty.pac", Answer(""), ""},
         {"/lower.pac", Answer("function findproxyforurl(u, h) { return \"DIRECT\"; }"), ""},
         {"/early.pac", Answer(body, 200, none, 100), body.substr(0, 100)},
-        {"/longer.pac", Answer(body, 200, 60), body.substr(0, 60)},
+        {"/longer.pac", Answer(body, 200, 60), body, 60},
         {"/unannounced.pac", Answer(body, 200, HttpResponse::kNoLength), body},
         {"/stalled.pac", Answer(body, 200, none, 2500, 1500), body.substr(0, 2500)},
         {"/late.pac", Answer(body, 200, none, SIZE_MAX, 0, 1500), body},
@@ -148,8 +154,14 @@ TEST_F(PacRetrievalTest, TheScriptIsTheWholeTextWhenItNamesTheFunction) {
         server_.serve(row.path, row.response);
         script_ = "left over";
         EXPECT_EQ(Read(server_.url(row.path)), 0u);
-        EXPECT_EQ(script_.size(), row.expected.size());
-        EXPECT_TRUE(script_ == row.expected);
+        if (row.prefixFloor > 0) {
+            EXPECT_GE(script_.size(), row.prefixFloor);
+            EXPECT_TRUE(row.expected.compare(0, script_.size(), script_) == 0)
+                << "not a prefix of what was sent: " << script_.size() << " bytes";
+        } else {
+            EXPECT_EQ(script_.size(), row.expected.size());
+            EXPECT_TRUE(script_ == row.expected);
+        }
         EXPECT_EQ(resolver_.autoConfigURL(), server_.url(row.path));
     }
     EXPECT_TRUE(Messages("failed").empty());
