@@ -28,13 +28,21 @@ uint32_t Routvane::RunAutoProxyURL(uint32_t, const std::string &target, uint32_t
     tracefunc tf(__LINE__, "Routvane", "Routvane::RunAutoProxyURL");
     tf << target << "," << static_cast<int>(port) << "," << pacUrl << endtrace;
 
+    std::string script;
+    const uint32_t fetched = FetchAutoProxyScript(pacUrl, script);
+    if (fetched == ROUTVANE_FAILED) return ROUTVANE_FAILED;
+    return EvaluateAutoProxyScript(script, target, port, fetched);
+}
+
+uint32_t Routvane::FetchAutoProxyScript(const std::string &pacUrl, std::string &script) {
+    // Lines are written in the name of RunAutoProxyURL, whose halves these are.
+    tracefunc tf(__LINE__, "Routvane", "Routvane::RunAutoProxyURL", 0, true);
     const size_t slashes = static_cast<size_t>(std::count(pacUrl.begin(), pacUrl.end(), '/'));
     if (slashes < 2) {
         tf << "Invalid input URL" << endtrace;
         return ROUTVANE_FAILED;
     }
 
-    std::string script;
     uint32_t downloaded = ROUTVANE_FAILED;
     const std::string completed = CompletedUrl(pacUrl, slashes);
     if (!completed.empty()) {
@@ -46,9 +54,14 @@ uint32_t Routvane::RunAutoProxyURL(uint32_t, const std::string &target, uint32_t
         // as given gets its turn. An empty text here goes on to evaluation,
         // which then fails.
         downloaded = readURL(pacUrl, script);
-        if (downloaded == ROUTVANE_FAILED) return ROUTVANE_FAILED;
     }
+    return downloaded;
+}
 
+uint32_t Routvane::EvaluateAutoProxyScript(const std::string &script, const std::string &target,
+                                           uint32_t port, uint32_t fetched) {
+    // Lines are written in the name of RunAutoProxyURL, whose halves these are.
+    tracefunc tf(__LINE__, "Routvane", "Routvane::RunAutoProxyURL", 0, true);
     autoConfigScript_ = script;
     tf << "--- BEGIN SCRIPT ---" << endtrace;
     tf << script << endtrace;
@@ -63,7 +76,7 @@ uint32_t Routvane::RunAutoProxyURL(uint32_t, const std::string &target, uint32_t
         if (!host.Parse(script)) {
             host.GetErrorText(message, detail);
             tf << "host.Parse failed:  " << message << ";" << detail << endtrace;
-            return downloaded;
+            return fetched;
         }
         // Always https:// and no path, whatever the scheme the client asked
         // about: the form the scripts are called with, kept on purpose.
@@ -72,7 +85,7 @@ uint32_t Routvane::RunAutoProxyURL(uint32_t, const std::string &target, uint32_t
         if (!host.ExecuteSSS("FindProxyForURL", url.str(), target, answer)) {
             host.GetErrorText(message, detail);
             tf << "host.ExecuteSSS failed:  " << message << ";" << detail << endtrace;
-            return downloaded;
+            return fetched;
         }
         tf << "FindProxyForURL returned:  " << answer << endtrace;
     }

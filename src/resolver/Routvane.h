@@ -37,6 +37,13 @@ public:
     uint32_t GetProxyFromNetscape(uint32_t options, const std::string &target, uint32_t port);
     uint32_t RunAutoProxyURL(uint32_t options, const std::string &target, uint32_t port,
                              const std::string &pacUrl);
+    // The two halves of RunAutoProxyURL. Fetching answers 0 when a download
+    // completed, 2 when it failed; evaluating runs the script for one target
+    // in an engine of its own and answers as ParseFindProxyForURLReturn, or
+    // what fetching answered when the script fails.
+    uint32_t FetchAutoProxyScript(const std::string &pacUrl, std::string &script);
+    uint32_t EvaluateAutoProxyScript(const std::string &script, const std::string &target,
+                                     uint32_t port, uint32_t fetched);
     uint32_t RunAutoDetect(uint32_t options, const std::string &target, uint32_t port);
 
     // PAC retrieval: 0 when a download completed (script filled only when
