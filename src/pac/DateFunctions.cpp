@@ -24,6 +24,10 @@
 //    8. dateRange(month1, year1, month2, year2)
 //    9. dateRange(day1, month1, year1, day2, month2, year2)
 //   10. dateRange(day1, month1, year1, day2, month2, year2, "GMT")
+//   11. dateRange(day, month)                       one date every year
+//   12. dateRange(day, month, year)                 one date
+//   (11 and 12 are the single-date forms of the original PAC documentation,
+//   dateRange(24, "DEC") and dateRange(24, "DEC", 1995).)
 //   Days and years are numbers, months are strings. Ranges include both
 //   ends. Ranges without a year (forms 2, 4, 7) wrap: a start after the end
 //   runs round the end of the month or year (dateRange(25, 5),
@@ -213,6 +217,9 @@ bool DateRangeMatches(const VARIANT (&args)[kRangeArguments]) {
     if (form == "MM") return InWrappingRange(v[0].value, v[1].value, month);
     if (form == "Y") return year == v[0].value;
     if (form == "YY") return InRange(v[0].value, v[1].value, year);
+    if (form == "DM") return day == v[0].value && month == v[1].value;
+    if (form == "DMY")
+        return day == v[0].value && month == v[1].value && year == v[2].value;
     if (form == "DMDM")
         return InWrappingRange(dayOfYear(v[1].value, v[0].value),
                                dayOfYear(v[3].value, v[2].value), dayOfYear(month, day));
