@@ -101,6 +101,7 @@ public:
                            VARIANT_BOOL *r) override {
         return False(r);
     }
+    STDMETHODIMP alert(VARIANT) override { return S_OK; }
 
 private:
     static HRESULT False(VARIANT_BOOL *r) {

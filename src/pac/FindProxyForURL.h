@@ -9,13 +9,21 @@
 
 #include "FindProxyForUrl.h"
 #include "com/COvrenaDispatch.h"
+#include "pac/EvaluationObserver.h"
 
 class FindProxyForURL : public COvrenaDispatch<IFindProxyForUrl, &CLSID_FindProxyForUrl,
                                                &IID_IFindProxyForUrl, &LIBID_FindProxyForUrl> {
 public:
-    // Starts Windows Sockets for the object's lifetime.
-    FindProxyForURL();
+    // Starts Windows Sockets for the object's lifetime. The observer, when
+    // given, hears of calls a script for another runtime may not expect
+    // (see EvaluationObserver); it must outlive the object.
+    explicit FindProxyForURL(EvaluationObserver *observer = nullptr);
     ~FindProxyForURL() override;
+
+    // A name the object does not have fails as always; the observer hears
+    // of the functions other runtimes have and this one does not.
+    STDMETHODIMP GetIDsOfNames(REFIID iid, LPOLESTR *names, UINT count, LCID lcid,
+                               DISPID *ids) override;
 
     // Host and address functions.
     STDMETHODIMP isPlainHostname(BSTR hostname, VARIANT_BOOL *isplain) override;
@@ -37,7 +45,21 @@ public:
     STDMETHODIMP timeRange(VARIANT p1, VARIANT p2, VARIANT p3, VARIANT p4, VARIANT p5, VARIANT p6,
                            VARIANT gmt, VARIANT_BOOL *ret) override;
 
+    // A trace line "alert: " + the message at level 0; any value, shown as
+    // text.
+    STDMETHODIMP alert(VARIANT message) override;
+
+protected:
+    // Tells the observer, if any; observed() says whether there is one, so
+    // that nothing is worded for nobody.
+    void Note(const std::string &text) const;
+    bool observed() const { return observer_ != nullptr; }
+
 private:
+    // Tells the observer where isInNet reads its text unlike other runtimes.
+    void NoteIsInNetReading(BSTR host, BSTR pattern, BSTR mask) const;
+
+    EvaluationObserver *observer_ = nullptr;
     // Whether WSAStartup succeeded, so that only a started count is
     // stopped again.
     bool socketsStarted_ = false;

@@ -7,6 +7,8 @@
 #include <winsock2.h>
 
 #include <cctype>
+#include <cwctype>
+#include <initializer_list>
 #include <string>
 
 #include "pac/ComOwners.h"
@@ -55,6 +57,36 @@ unsigned long ParseAddress(const std::string &text) {
 
 ScopedBstr EmptyBstr() { return ScopedBstr(SysAllocStringLen(L"", 0)); }
 
+// The host itself, or a plain host name that is hostdom's first label.
+bool LocalHostOrDomainMatches(const std::wstring &host, const std::wstring &hostdom) {
+    if (host == hostdom) return true;
+    if (host.find(L'.') != std::wstring::npos) return false;
+    const size_t dot = hostdom.find(L'.');
+    return dot != std::wstring::npos && host.size() == dot && hostdom.compare(0, dot, host) == 0;
+}
+
+// A call as the compatibility report shows it: name("arg", "arg").
+std::string CallText(const char *name, std::initializer_list<BSTR> args) {
+    std::string text = std::string(name) + "(";
+    const char *separator = "";
+    for (BSTR arg : args) {
+        text += separator + ("\"" + NarrowFromBstr(arg) + "\"");
+        separator = ", ";
+    }
+    return text + ")";
+}
+
+std::wstring Lower(std::wstring text) {
+    for (wchar_t &c : text) c = static_cast<wchar_t>(towlower(c));
+    return text;
+}
+
+// Whether inet_addr would refuse the text, which this library then uses
+// as all ones where other runtimes refuse the call.
+bool Unparsable(const std::string &text) {
+    return ParseAddress(text) == INADDR_NONE && text != "255.255.255.255";
+}
+
 }  // namespace
 
 STDMETHODIMP FindProxyForURL::isPlainHostname(BSTR hostname, VARIANT_BOOL *isplain) {
@@ -76,7 +108,12 @@ STDMETHODIMP FindProxyForURL::dnsDomainIs(BSTR hostText, BSTR domainText, VARIAN
         const std::wstring host = WideFromBstr(hostText);
         std::wstring domain = WideFromBstr(domainText);
         // The domain is written with its leading dot, ".example.com".
-        if (!host.empty() && !domain.empty() && domain[0] != L'.') return S_OK;
+        if (!host.empty() && !domain.empty() && domain[0] != L'.') {
+            if (observed())
+                Note(CallText("dnsDomainIs", {hostText, domainText}) +
+                     ": the domain has no leading dot, so it never matches here");
+            return S_OK;
+        }
         if (!host.empty() && host[0] == L'.') return S_OK;
         if (!domain.empty() && domain[0] == L'.') domain.erase(0, 1);
         // Only what follows one of the host's dots is compared, on whole
@@ -102,13 +139,12 @@ STDMETHODIMP FindProxyForURL::localHostOrDomainIs(BSTR hostText, BSTR hostdomTex
     try {
         const std::wstring host = WideFromBstr(hostText);
         const std::wstring hostdom = WideFromBstr(hostdomText);
-        if (host == hostdom) {
+        if (LocalHostOrDomainMatches(host, hostdom)) {
             *ret = VARIANT_TRUE;
-        } else if (host.find(L'.') == std::wstring::npos) {
-            const size_t dot = hostdom.find(L'.');
-            if (dot != std::wstring::npos && hostdom.compare(0, dot, host) == 0 &&
-                host.size() == dot)
-                *ret = VARIANT_TRUE;
+        } else if (observed() && LocalHostOrDomainMatches(Lower(host), Lower(hostdom))) {
+            // Only the letter case stood between the two.
+            Note(CallText("localHostOrDomainIs", {hostText, hostdomText}) +
+                 ": compared with the letter case, so false here");
         }
     } catch (...) {
     }
@@ -136,6 +172,7 @@ STDMETHODIMP FindProxyForURL::isInNet(BSTR hostText, BSTR patternText, BSTR mask
         const unsigned long mask = ParseAddress(NarrowFromBstr(maskText));
         const std::wstring wideHost = WideFromBstr(hostText);
         const std::string host = NarrowFromBstr(hostText);
+        if (observed()) NoteIsInNetReading(hostText, patternText, maskText);
         unsigned long address = 0;
         if (wideHost.empty() || wideHost[0] < L'0' || wideHost[0] > L'9') {
             in_addr found;
@@ -151,6 +188,18 @@ STDMETHODIMP FindProxyForURL::isInNet(BSTR hostText, BSTR patternText, BSTR mask
     } catch (...) {
     }
     return S_OK;
+}
+
+void FindProxyForURL::NoteIsInNetReading(BSTR hostText, BSTR patternText, BSTR maskText) const {
+    const std::string call = CallText("isInNet", {hostText, patternText, maskText});
+    const std::string host = NarrowFromBstr(hostText);
+    if (!host.empty() && host[0] >= '0' && host[0] <= '9' && Unparsable(host))
+        Note(call + ": a host beginning with a digit is taken as an address without a look-up, "
+                    "and this one is no address");
+    if (Unparsable(NarrowFromBstr(patternText)))
+        Note(call + ": the pattern is no address and is used as 255.255.255.255");
+    if (Unparsable(NarrowFromBstr(maskText)))
+        Note(call + ": the mask is no address and is used as 255.255.255.255");
 }
 
 STDMETHODIMP FindProxyForURL::dnsResolve(BSTR host, BSTR *ret) {

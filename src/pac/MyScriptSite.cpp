@@ -11,9 +11,9 @@ const wchar_t kGlobalMethods[] = L"GlobalMethods";
 
 }  // namespace
 
-MyScriptSite::MyScriptSite() {
+MyScriptSite::MyScriptSite(EvaluationObserver *observer) {
     // The site holds the helper's first reference; the engine adds its own.
-    helper_ = ComPtr<IFindProxyForUrl>::Share(new FindProxyForURL());
+    helper_ = ComPtr<IFindProxyForUrl>::Share(new FindProxyForURL(observer));
 }
 
 MyScriptSite::MyScriptSite(IFindProxyForUrl *helper)

@@ -10,11 +10,13 @@
 #include "FindProxyForUrl.h"
 #include "com/COvrenaUnknown.h"
 #include "pac/ComOwners.h"
+#include "pac/EvaluationObserver.h"
 
 class MyScriptSite : public COvrenaUnknown<IActiveScriptSite, &IID_IActiveScriptSite> {
 public:
-    // Creates the PAC helper object the engine will see.
-    MyScriptSite();
+    // Creates the PAC helper object the engine will see, telling the
+    // observer (if any) what a compatibility report lists.
+    explicit MyScriptSite(EvaluationObserver *observer = nullptr);
     // Serves another helper object under the same item (a stand-in with
     // the same interface, for measuring the helper's own cost).
     explicit MyScriptSite(IFindProxyForUrl *helper);

@@ -20,10 +20,10 @@ const unsigned kMaxArguments = 32;
 
 }  // namespace
 
-ScriptHost::ScriptHost() {
+ScriptHost::ScriptHost(EvaluationObserver *observer) {
     MyScriptSite *site = nullptr;
     try {
-        site = new MyScriptSite();
+        site = new MyScriptSite(observer);
     } catch (...) {
         site = nullptr;
     }

@@ -13,9 +13,10 @@
 
 class ScriptHost {
 public:
-    // Creates the engine and connects a site with a new PAC helper object.
+    // Creates the engine and connects a site with a new PAC helper object,
+    // which tells the observer (if any) what a compatibility report lists.
     // Engine failures are kept in the status, never thrown.
-    ScriptHost();
+    explicit ScriptHost(EvaluationObserver *observer = nullptr);
     // The same with the given helper object served as "GlobalMethods".
     explicit ScriptHost(IFindProxyForUrl *helper);
     ~ScriptHost();

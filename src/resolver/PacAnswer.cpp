@@ -29,6 +29,14 @@ uint32_t Routvane::ParseFindProxyForURLReturn(const std::string &returned) {
     // strtok_r skips empty tokens, so doubled and trailing separators cost
     // nothing; a token of blanks only is reported below.
     char *context = nullptr;
+    auto skipped = [this](const char *token) {
+        if (!observer_) return;
+        std::string entry(token);
+        entry.erase(0, entry.find_first_not_of(" \t"));
+        entry.erase(entry.find_last_not_of(" \t") + 1);
+        observer_->Note("answer entry skipped (only PROXY and DIRECT are read): \"" + entry +
+                        "\"");
+    };
     for (char *token = strtok_r(text.data(), ";", &context); token;
          token = strtok_r(nullptr, ";", &context)) {
         const size_t size = strlen(token) + 1;
@@ -49,8 +57,10 @@ uint32_t Routvane::ParseFindProxyForURLReturn(const std::string &returned) {
                 status = ROUTVANE_PROXY;
             } else if (_stricmp(keyword.data(), "socks") == 0) {
                 tf << "SOCKS proxy requested; we don't support SOCKS:  " << token << endtrace;
+                skipped(token);
             } else {
                 tf << "Unknown proxy requested:  " << token << endtrace;
+                skipped(token);
             }
             break;
         case 2:
@@ -63,9 +73,11 @@ uint32_t Routvane::ParseFindProxyForURLReturn(const std::string &returned) {
             } else {
                 // A SOCKS entry with a host is reported as unknown too.
                 tf << "Unknown proxy requested:  " << token << endtrace;
+                skipped(token);
             }
             break;
         default:  // a token of blanks only
+            // Other runtimes skip an empty entry too: nothing to report.
             tf << "Unknown proxy requested:  " << token << endtrace;
             break;
         }

@@ -70,7 +70,7 @@ uint32_t Routvane::EvaluateAutoProxyScript(const std::string &script, const std:
     std::string answer;
     {
         // One engine per evaluation, gone before the answer is read.
-        ScriptHost host;
+        ScriptHost host(observer_);
         std::string message;
         std::string detail;
         if (!host.Parse(script)) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "com/COvrenaUnknown.h"
+#include "pac/EvaluationObserver.h"
 #include "routvane.h"
 
 struct ProxyEntry {
@@ -62,7 +63,13 @@ public:
     const std::string &autoConfigScript() const { return autoConfigScript_; }
     uint32_t browser() const { return browser_; }
 
+    // Hears, during PAC evaluations of this object, what a script written
+    // for another runtime may not expect here; null (the default) for none.
+    // The observer must outlive the evaluations.
+    void setObserver(EvaluationObserver *observer) { observer_ = observer; }
+
 private:
+    EvaluationObserver *observer_ = nullptr;
     std::string autoConfigURL_;
     std::string autoConfigScript_;
     std::vector<ProxyEntry> proxies_;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "PacTestSupport.h"
+#include "TestSupport.h"
 #include "pac/FindProxyForURL.h"
 #include "pac/ScriptHost.h"
 
@@ -26,7 +27,8 @@ TEST(HelperTypeLibrary, MethodTable) {
         short params, optional;  // declared in-parameters, of which optional
         VARTYPE firstType, resultType;
     };
-    // DISPIDs run 1 to 12 in vtable slots 7 to 18.
+    // DISPIDs run 1 to 13 in vtable slots 7 to 19; alert alone returns
+    // nothing (result type VT_EMPTY here).
     const Row rows[] = {
         {L"isPlainHostname", 1, 0, VT_BSTR, VT_BOOL}, {L"dnsDomainIs", 2, 0, VT_BSTR, VT_BOOL},
         {L"localHostOrDomainIs", 2, 0, VT_BSTR, VT_BOOL}, {L"isResolvable", 1, 0, VT_BSTR, VT_BOOL},
@@ -34,6 +36,7 @@ TEST(HelperTypeLibrary, MethodTable) {
         {L"myIpAddress", 0, 0, VT_EMPTY, VT_BSTR}, {L"dnsDomainLevels", 1, 0, VT_BSTR, VT_INT},
         {L"shExpMatch", 2, 0, VT_BSTR, VT_BOOL}, {L"weekdayRange", 3, 2, VT_BSTR, VT_BOOL},
         {L"dateRange", 7, 6, VT_VARIANT, VT_BOOL}, {L"timeRange", 7, 6, VT_VARIANT, VT_BOOL},
+        {L"alert", 1, 1, VT_VARIANT, VT_EMPTY},
     };
     ComPtr<ITypeLib> lib = LoadOwnTypeLib(nullptr);
     ASSERT_TRUE(lib);
@@ -46,26 +49,29 @@ TEST(HelperTypeLibrary, MethodTable) {
     ASSERT_EQ(S_OK, vtable->GetTypeAttr(&attr));
     const WORD dual = TYPEFLAG_FDUAL | TYPEFLAG_FOLEAUTOMATION | TYPEFLAG_FDISPATCHABLE;
     EXPECT_EQ(dual, attr->wTypeFlags & dual);
-    EXPECT_EQ(12, attr->cFuncs);
+    EXPECT_EQ(13, attr->cFuncs);
     vtable->ReleaseTypeAttr(attr);
 
-    for (UINT i = 0; i < 12; ++i) {
+    for (UINT i = 0; i < 13; ++i) {
         const Row &row = rows[i];
         FUNCDESC *func = nullptr;
         ASSERT_EQ(S_OK, vtable->GetFuncDesc(i, &func));
         EXPECT_EQ(static_cast<MEMBERID>(i + 1), func->memid) << i;
         EXPECT_EQ((7 + i) * sizeof(void *), static_cast<size_t>(func->oVft)) << i;
-        ASSERT_EQ(row.params + 1, func->cParams) << i;
+        const bool hasResult = row.resultType != VT_EMPTY;
+        ASSERT_EQ(row.params + (hasResult ? 1 : 0), func->cParams) << i;
         EXPECT_EQ(row.optional, func->cParamsOpt == -1 ? 0 : func->cParamsOpt + 0) << i;
         ScopedBstr name;
         UINT names = 0;
         EXPECT_EQ(S_OK, vtable->GetNames(func->memid, name.out(), 1, &names));
         EXPECT_EQ(std::wstring(row.name), WideFromBstr(name.get()));
         EXPECT_EQ(row.firstType, row.params ? func->lprgelemdescParam[0].tdesc.vt : VARTYPE{VT_EMPTY}) << i;
-        const ELEMDESC &retval = func->lprgelemdescParam[row.params];
-        EXPECT_TRUE(retval.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) << i;
-        ASSERT_EQ(VT_PTR, retval.tdesc.vt) << i;
-        EXPECT_EQ(row.resultType, retval.tdesc.lptdesc->vt) << i;
+        if (hasResult) {
+            const ELEMDESC &retval = func->lprgelemdescParam[row.params];
+            EXPECT_TRUE(retval.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) << i;
+            ASSERT_EQ(VT_PTR, retval.tdesc.vt) << i;
+            EXPECT_EQ(row.resultType, retval.tdesc.lptdesc->vt) << i;
+        }
         // The weekday strings default to "", the range VARIANTs have no default.
         for (short p = row.params - row.optional; p < row.params; ++p) {
             const PARAMDESC &desc = func->lprgelemdescParam[p].paramdesc;
@@ -119,13 +125,46 @@ TEST(HelperObject, DispatchFrame) {
     EXPECT_TRUE(info);
 
     LPOLESTR names[] = {const_cast<LPOLESTR>(L"shExpMatch")};
-    LPOLESTR unknown[] = {const_cast<LPOLESTR>(L"alert")};
+    LPOLESTR unknown[] = {const_cast<LPOLESTR>(L"isInNetEx")};
     DISPID id = 0;
     EXPECT_EQ(DISP_E_UNKNOWNINTERFACE, helper->GetIDsOfNames(IID_IDispatch, names, 1, 0, &id));
     EXPECT_EQ(DISP_E_UNKNOWNNAME, helper->GetIDsOfNames(IID_NULL, unknown, 1, 0, &id));
     DISPPARAMS none = {nullptr, nullptr, 0, 0};
     EXPECT_EQ(DISP_E_UNKNOWNINTERFACE,
               helper->Invoke(7, IID_IDispatch, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr));
+}
+
+// alert answers undefined and writes one trace line "alert: " + the
+// message at level 0, whatever the message's type.
+TEST(HelperObject, AlertWritesItsMessageToTheTrace) {
+    const std::string long64k(64 * 1024, 'm');
+    const struct {
+        std::string call, message;
+    } rows[] = {
+        {"alert('from the script')", "from the script"},
+        {"alert()", ""},
+        {"alert('')", ""},
+        {"alert(42)", "42"},
+        {"alert(-1.5)", "-1.5"},
+        {"alert(true)", "true"},
+        {"alert(null)", "null"},
+        {"alert(undefined)", "undefined"},
+        {"alert('host=' + 'web')", "host=web"},
+        {"alert('" + long64k + "')", long64k},
+    };
+    for (const auto &row : rows) {
+        TempDir dir;
+        ScopedTrace trace(dir.file("alert.txt"));
+        EXPECT_EQ("undefined:undefined", Eval(row.call)) << row.call.substr(0, 40);
+        const auto lines = trace.linesWith("alert: ");
+        ASSERT_EQ(1u, lines.size()) << row.call.substr(0, 40);
+        EXPECT_EQ("Detail", LineLevel(lines[0]));
+        EXPECT_EQ(0u, LineText(lines[0]).rfind("alert: " + row.message + " (tid=", 0))
+            << row.call.substr(0, 40) << ": " << LineText(lines[0]).substr(0, 80);
+    }
+    // An object and a function are no failure either.
+    for (const char *call : {"alert({a: 1})", "alert([1, 2])", "alert(function () { return 1; })"})
+        EXPECT_EQ("undefined:undefined", Eval(call)) << call;
 }
 
 TEST(HelperObject, Identity) {
