@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Checks what `routvane --detect --json` printed in the lab: standard output
-must hold exactly one JSON object, with exactly the tool's keys of their
-types, and the answer expected; the trace lines (standard error of a
+"""Checks what `routvane --detect --json www.example.com` printed in the lab:
+standard output must hold exactly one JSON object (one target, one line),
+with exactly the tool's keys of their types, and the answer expected; the trace lines (standard error of a
 --trace run) must hold or lack the given fragments.
 
 Usage: check-detect.py NAME STDOUT_FILE STDERR_FILE STATUS URL ENTRIES
@@ -36,9 +36,11 @@ def check(name, out_path, err_path, status, url, entries, fragments):
     if answer is not None:
         if not isinstance(answer, dict):
             errors.append("not a JSON object: %r" % answer)
-        elif list(answer) != ["status", "browser", "entries", "autoConfigURL"]:
+        elif list(answer) != ["target", "status", "browser", "entries", "autoConfigURL"]:
             errors.append("keys %s" % list(answer))
         else:
+            if answer["target"] != "www.example.com:80":
+                errors.append("target %r" % answer["target"])
             if type(answer["status"]) is not int or answer["status"] not in (0, 1, 2):
                 errors.append("status %r" % answer["status"])
             if answer["browser"] is not None:

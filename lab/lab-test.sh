@@ -29,7 +29,7 @@ run() {
 }
 
 # routvane --detect --options OPTIONS --json --trace www.example.com on pc7:
-# its exit code, its one JSON object (status, autoConfigURL, entries in PAC
+# its exit code, its one JSON line (target, status, autoConfigURL, entries in PAC
 # form) and the trace lines on its standard error (+TEXT present, -TEXT absent).
 detect() {
   local name=$1 want_rc=$2 options=$3 status=$4 url=$5 entries=$6 rc=0

@@ -2,7 +2,9 @@
 # Installs everything Routvane needs on a fresh Debian 12 machine (run as root):
 # the mingw-w64 cross toolchain, Wine, CMake, the network-lab tools, and the
 # three third-party libraries built for mingw from Debian's source packages
-# (ACE, TRE, GoogleTest). Library builds are cached outside the work tree,
+# (ACE, TRE, GoogleTest), and the header-only libraries of the command-line
+# tool (CLI11, nlohmann/json) copied where the cross compiler is pointed at
+# them alone, never at the host's /usr/include. Library builds are cached outside the work tree,
 # keyed by version and toolchain, so only a new machine pays for them.
 #
 # Prints the cache prefix holding the built libraries as its last line.
@@ -17,7 +19,7 @@ PACKAGES=(
   g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64
   mingw-w64-x86-64-dev mingw-w64-tools
   wine64 wine libwine-dev
-  cmake make perl dpkg-dev googletest
+  cmake make perl dpkg-dev googletest libcli11-dev nlohmann-json3-dev
   dnsmasq-base iproute2 python3 tcpdump util-linux procps
 )
 
@@ -155,6 +157,20 @@ build_gtest() {
   rm -rf "$work"
 }
 
+# Just the two header trees of Debian's packages, keyed by their versions.
+tool_headers() {
+  local versions dir
+  versions=$(dpkg-query -W -f='${Version}-' libcli11-dev nlohmann-json3-dev)
+  dir="$CACHE_ROOT/tool-headers-${versions%-}"
+  if [ ! -f "$dir/.complete" ]; then
+    rm -rf "$dir"
+    mkdir -p "$dir/include"
+    cp -r /usr/include/CLI /usr/include/nlohmann "$dir/include/"
+    touch "$dir/.complete"
+  fi
+  echo "$dir"
+}
+
 cached() {  # name builder
   local name=$1 builder=$2 key dir
   key="$name-$("$CXX" -dumpversion)-r$RECIPE"
@@ -174,12 +190,14 @@ cached() {  # name builder
 
 main() {
   install_packages
-  local ace tre gtest
+  local ace tre gtest headers
   tre=$(cached tre-0.8.0 build_tre)
   gtest=$(cached googletest-1.12.1 build_gtest)
   ace=$(cached ace-7.0.8 build_ace)
+  headers=$(tool_headers)
   local env="$CACHE_ROOT/deps.env"
-  printf 'ACE_PREFIX=%s\nTRE_PREFIX=%s\nGTEST_PREFIX=%s\n' "$ace" "$tre" "$gtest" >"$env"
+  printf 'ACE_PREFIX=%s\nTRE_PREFIX=%s\nGTEST_PREFIX=%s\nTOOL_HEADERS_PREFIX=%s\n' \
+    "$ace" "$tre" "$gtest" "$headers" >"$env"
   echo "$env"
 }
 

@@ -1,247 +1,41 @@
 // routvane.exe: what will a program on this machine be told, and why.
 //
-//   routvane [--options N] [--json] [--script] HOST [PORT]
+//   routvane [--options N] [--json] TARGET...
 //       resolves through the registered resolver (or routvane.dll beside
 //       this program), exactly as a client program would.
-//   routvane --pac URL [--json] [--script] [--trace] HOST [PORT]
-//       runs the PAC script at URL for HOST:PORT (Routvane::RunAutoProxyURL
-//       of the library's code linked into this program).
-//   routvane --detect [--options N] [--json] [--script] [--trace] HOST [PORT]
-//       runs automatic discovery (Routvane::RunAutoDetect): the DHCP stage,
-//       then the wpad DNS names, each URL found evaluated. It broadcasts a
-//       DHCPINFORM unless bit 0 of N is set.
+//   routvane --pac URL | --pac-file PATH [--json] [--script] [--trace] [--lint] TARGET...
+//       runs the PAC script at URL (fetched once), or in a local file, for
+//       each target in an evaluation of its own, with the library's code
+//       linked into this program.
+//   routvane --detect [--options N] [--json] [--script] [--trace] [--lint] TARGET...
+//       runs automatic discovery (Routvane::RunAutoDetect) for each target.
 //
-// --trace copies the trace lines of the run to standard error. --json prints
-// exactly one JSON object on standard output and nothing else there.
-// Exit code: 0 proxy entries, 1 direct, 2 failure, 3 usage error.
+// TARGET is HOST[:PORT]; --targets FILE adds one a line. --trace copies the
+// trace lines of the run to standard error. --json prints one JSON object
+// per target and line on standard output and nothing else there. --lint
+// lists what in the run behaves differently from other PAC runtimes.
+// The whole run has --timeout seconds (default 30): a script that never
+// ends must not hang the tester.
+// Exit code: the highest of the targets' (0 proxy entries, 1 direct,
+// 2 failure), 2 on time-out, 3 usage error.
 #include <winsock2.h>
 #include <windows.h>
 #include <objbase.h>
 #include <io.h>
 
-#include <cctype>
+#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "resolver/Routvane.h"
-#include "routvane.h"
+#include "Tool.h"
 #include "trace/ZelTraceManager.h"
 
 namespace {
 
-const int kExitUsage = 3;
-
-const char kUsage[] =
-    "usage: routvane [--options N] [--json] [--script] HOST [PORT]\n"
-    "       routvane --pac URL [--json] [--script] [--trace] HOST [PORT]\n"
-    "       routvane --detect [--options N] [--json] [--script] [--trace] HOST [PORT]\n"
-    "\n"
-    "  (no mode)  resolve HOST:PORT through the registered routvane.dll, as a client would\n"
-    "  --pac URL  run the PAC script at URL for HOST:PORT\n"
-    "  --detect   automatic discovery: DHCP (option 252), then the wpad DNS names\n"
-    "  --options N  options word, decimal or 0x hexadecimal: bit 0 skips the DHCP stage,\n"
-    "               bit 1 the DNS stage, bit 2 forces the DHCP query\n"
-    "  --json     one JSON object on standard output\n"
-    "  --script   also print the PAC script that decided\n"
-    "  --trace    copy the run's trace lines to standard error (--pac, --detect)\n"
-    "  PORT defaults to 80.\n"
-    "exit code: 0 proxy entries, 1 direct, 2 failure, 3 usage error\n";
-
-enum class Mode { Com, Pac, Detect };
-
-struct Options {
-    Mode mode = Mode::Com;
-    unsigned optionsWord = 0;
-    bool optionsGiven = false;
-    bool json = false;
-    bool script = false;
-    bool trace = false;
-    std::string pacUrl;
-    std::string host;
-    unsigned port = 80;
-};
-
-struct Answer {
-    unsigned status = ROUTVANE_FAILED;
-    bool hasBrowser = false;
-    unsigned browser = ROUTVANE_BROWSER_UNKNOWN;
-    struct Entry {
-        bool direct;
-        std::string host;
-        unsigned port;
-    };
-    std::vector<Entry> entries;
-    std::string autoConfigURL;
-    std::string script;
-};
-
-// One line on standard error naming what was wrong; exit code 3.
-[[noreturn]] void Usage(const std::string &problem) {
-    fprintf(stderr, "routvane: %s (routvane --help shows the usage)\n", problem.c_str());
-    fflush(stderr);
-    exit(kExitUsage);
-}
-
-// Decimal, or hexadecimal after 0x; nothing else (no sign, no blanks).
-bool ParseNumber(const char *text, unsigned long long limit, unsigned &out) {
-    if (!text || !*text) return false;
-    int base = 10;
-    const char *digits = text;
-    if (text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        base = 16;
-        digits = text + 2;
-    }
-    if (!*digits || strlen(digits) > 16) return false;
-    for (const char *p = digits; *p; ++p) {
-        const bool ok = base == 16 ? isxdigit(static_cast<unsigned char>(*p)) != 0
-                                   : (*p >= '0' && *p <= '9');
-        if (!ok) return false;
-    }
-    const unsigned long long value = strtoull(digits, nullptr, base);
-    if (value > limit) return false;
-    out = static_cast<unsigned>(value);
-    return true;
-}
-
-Options ParseArguments(int argc, char **argv) {
-    Options o;
-    bool pac = false, detect = false;
-    std::vector<std::string> positional;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--help" || arg == "-h" || arg == "/?") {
-            fputs(kUsage, stdout);
-            exit(0);
-        } else if (arg == "--options") {
-            if (i + 1 >= argc) Usage("--options needs a number");
-            if (o.optionsGiven) Usage("--options given twice");
-            if (!ParseNumber(argv[++i], 0xFFFFFFFFull, o.optionsWord))
-                Usage(std::string("--options: not a number from 0 to 0xFFFFFFFF: ") + argv[i]);
-            o.optionsGiven = true;
-        } else if (arg == "--pac") {
-            if (pac) Usage("--pac given twice");
-            if (i + 1 >= argc || argv[i + 1][0] == '\0' ||
-                (argv[i + 1][0] == '-' && argv[i + 1][1] == '-'))
-                Usage("--pac needs a URL");
-            o.pacUrl = argv[++i];
-            pac = true;
-        } else if (arg == "--detect") {
-            detect = true;
-        } else if (arg == "--json") {
-            o.json = true;
-        } else if (arg == "--script") {
-            o.script = true;
-        } else if (arg == "--trace") {
-            o.trace = true;
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            Usage("unknown option " + arg);
-        } else {
-            positional.push_back(arg);
-        }
-    }
-    if (pac && detect) Usage("--pac and --detect cannot be used together");
-    o.mode = pac ? Mode::Pac : detect ? Mode::Detect : Mode::Com;
-    if (o.mode == Mode::Pac && o.optionsGiven)
-        Usage("--options has no effect with --pac (it is for --detect and the COM mode)");
-    if (o.mode == Mode::Com && o.trace)
-        Usage("--trace needs --pac or --detect (the registered DLL traces to its own file)");
-    if (positional.empty() || positional[0].empty()) Usage("missing HOST");
-    if (positional.size() > 2) Usage("too many arguments: " + positional[2]);
-    o.host = positional[0];
-    if (positional.size() == 2 && !ParseNumber(positional[1].c_str(), 65535, o.port))
-        Usage("PORT must be a number from 0 to 65535: " + positional[1]);
-    return o;
-}
-
-// The resolver, registered by ProgID, else from routvane.dll beside this program.
-IRoutvane *CreateResolver() {
-    IRoutvane *resolver = nullptr;
-    CLSID clsid;
-    if (SUCCEEDED(CLSIDFromProgID(ROUTVANE_PROGID, &clsid)) &&
-        SUCCEEDED(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IRoutvane,
-                                   reinterpret_cast<void **>(&resolver))))
-        return resolver;
-    char path[MAX_PATH + 16];
-    const DWORD length = GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string dll(path, length);
-    dll = dll.substr(0, dll.find_last_of('\\') + 1) + "routvane.dll";
-    HMODULE module = LoadLibraryA(dll.c_str());
-    if (!module) return nullptr;
-    using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
-    auto get = reinterpret_cast<GetClassObject>(
-        reinterpret_cast<void *>(GetProcAddress(module, "DllGetClassObject")));
-    IClassFactory *factory = nullptr;
-    if (!get || FAILED(get(CLSID_Routvane, IID_IClassFactory, reinterpret_cast<void **>(&factory))))
-        return nullptr;
-    factory->CreateInstance(nullptr, IID_IRoutvane, reinterpret_cast<void **>(&resolver));
-    factory->Release();
-    return resolver;
-}
-
-// Reads a text getter whose length is not known beforehand.
-template <class Getter>
-std::string ReadText(Getter get) {
-    for (int size = 4096; size <= (256 << 20); size *= 4) {
-        std::vector<char> buffer(static_cast<size_t>(size), '\0');
-        if (!get(buffer.data(), size)) return std::string();
-        const std::string text(buffer.data());
-        if (static_cast<int>(text.size()) < size - 1) return text;
-    }
-    return std::string();
-}
-
-Answer ResolveThroughCom(const Options &o) {
-    Answer a;
-    IRoutvane *resolver = CreateResolver();
-    if (!resolver) {
-        fprintf(stderr, "routvane: cannot create the resolver (register routvane.dll, or keep it "
-                        "beside this program)\n");
-        return a;
-    }
-    a.status = resolver->RoutvaneBrowser(o.optionsWord, o.host.c_str(), o.port);
-    a.hasBrowser = true;
-    resolver->GetBrowser(&a.browser);
-    for (long long i = 0, n = resolver->GetProxyCount(); i < n; ++i) {
-        bool direct = false;
-        unsigned port = 0;
-        const std::string host = ReadText([&](char *buffer, int size) {
-            return resolver->GetProxy(static_cast<int>(i), &direct, buffer, size, &port);
-        });
-        a.entries.push_back({direct, host, port});
-    }
-    a.autoConfigURL = ReadText([&](char *b, int s) { return resolver->GetAutoConfigURL(b, s); });
-    if (o.script)
-        a.script = ReadText([&](char *b, int s) { return resolver->GetAutoConfigScript(b, s); });
-    resolver->Release();
-    return a;
-}
-
-// The library's own code, linked into this program: a fresh resolver runs
-// the PAC URL or automatic discovery.
-Answer ResolveDirectly(const Options &o) {
-    Answer a;
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
-    try {
-        a.status = o.mode == Mode::Pac
-                       ? resolver->RunAutoProxyURL(0, o.host, o.port, o.pacUrl)
-                       : resolver->RunAutoDetect(o.optionsWord, o.host, o.port);
-    } catch (...) {
-        fprintf(stderr, "routvane: the resolver failed unexpectedly\n");
-        a.status = ROUTVANE_FAILED;
-    }
-    for (const ProxyEntry &e : resolver->proxies())
-        a.entries.push_back({e.kind == PROXY_ENTRY_DIRECT, e.host, e.port});
-    a.autoConfigURL = resolver->autoConfigURL();
-    if (o.script) a.script = resolver->autoConfigScript();
-    resolver->Release();
-    return a;
-}
+using namespace tool;
 
 // --trace: the library's tracing forced into a temporary file for the run
 // (the registry is not touched), its lines copied to standard error after.
@@ -326,140 +120,73 @@ private:
     bool restored_ = false;
 };
 
-// ANSI code-page text as UTF-8, for JSON.
-std::string Utf8(const std::string &ansi) {
-    if (ansi.empty()) return ansi;
-    const int wide = MultiByteToWideChar(CP_ACP, 0, ansi.data(), static_cast<int>(ansi.size()),
-                                         nullptr, 0);
-    if (wide <= 0) return std::string();
-    std::wstring w(static_cast<size_t>(wide), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, ansi.data(), static_cast<int>(ansi.size()), &w[0], wide);
-    const int bytes = WideCharToMultiByte(CP_UTF8, 0, w.data(), wide, nullptr, 0, nullptr, nullptr);
-    if (bytes <= 0) return std::string();
-    std::string out(static_cast<size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, w.data(), wide, &out[0], bytes, nullptr, nullptr);
-    return out;
+// The run's work, on a thread of its own so that the main thread can stop
+// waiting for it.
+struct Work {
+    const Options *options;
+    std::vector<Answer> answers;
+};
+
+DWORD WINAPI RunWork(void *parameter) {
+    Work &work = *static_cast<Work *>(parameter);
+    // The script host runs the PAC script on this thread, in its apartment.
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    try {
+        work.answers = ResolveAll(*work.options);
+    } catch (const std::exception &e) {
+        fprintf(stderr, "routvane: %s\n", e.what());
+    } catch (...) {
+        fprintf(stderr, "routvane: unexpected failure\n");
+    }
+    CoUninitialize();
+    return 0;
 }
 
-std::string JsonString(const std::string &text) {
-    std::string out = "\"";
-    for (const unsigned char c : Utf8(text)) {
-        switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        default:
-            if (c < 0x20 || c == 0x7F) {
-                char escaped[8];
-                snprintf(escaped, sizeof escaped, "\\u%04x", c);
-                out += escaped;
-            } else {
-                out += static_cast<char>(c);
-            }
-        }
+// Waits for the work; false when the time ran out first.
+bool RunWithin(Work &work, unsigned seconds) {
+    HANDLE thread = CreateThread(nullptr, 0, RunWork, &work, 0, nullptr);
+    if (!thread) {
+        RunWork(&work);
+        return true;
     }
-    return out + "\"";
+    const bool finished = WaitForSingleObject(thread, seconds * 1000) == WAIT_OBJECT_0;
+    CloseHandle(thread);
+    return finished;
 }
 
-const char *StatusWord(unsigned status) {
-    switch (status) {
-    case ROUTVANE_PROXY: return "proxy";
-    case ROUTVANE_DIRECT: return "direct";
-    default: return "failed";
-    }
-}
-
-const char *BrowserWord(unsigned browser) {
-    switch (browser) {
-    case ROUTVANE_BROWSER_IE: return "WinINet settings";
-    case ROUTVANE_BROWSER_NETSCAPE: return "Netscape Navigator preferences";
-    default: return "not determined";
-    }
-}
-
-void PrintJson(const Options &o, const Answer &a) {
-    std::string json = "{\"status\": " + std::to_string(a.status) + ", \"browser\": ";
-    json += a.hasBrowser && a.browser != ROUTVANE_BROWSER_UNKNOWN ? std::to_string(a.browser)
-                                                                  : "null";
-    json += ", \"entries\": [";
-    for (size_t i = 0; i < a.entries.size(); ++i) {
-        const auto &e = a.entries[i];
-        json += i ? ", " : "";
-        json += "{\"direct\": " + std::string(e.direct ? "true" : "false") +
-                ", \"host\": " + JsonString(e.host) + ", \"port\": " + std::to_string(e.port) +
-                "}";
-    }
-    json += "], \"autoConfigURL\": " + JsonString(a.autoConfigURL);
-    if (o.script) json += ", \"script\": " + JsonString(a.script);
-    json += "}";
-    printf("%s\n", json.c_str());
-}
-
-void PrintText(const Options &o, const Answer &a) {
-    printf("status: %u (%s)\n", a.status, StatusWord(a.status));
-    if (a.hasBrowser) printf("browser: %u (%s)\n", a.browser, BrowserWord(a.browser));
-    std::string pac;
-    for (const auto &e : a.entries) {
-        if (!pac.empty()) pac += "; ";
-        pac += e.direct ? "DIRECT" : "PROXY " + e.host + ":" + std::to_string(e.port);
-    }
-    if (!pac.empty())
-        printf("entries: %s\n", pac.c_str());
-    else if (o.mode != Mode::Com)
-        printf("entries: none\n");
-    switch (o.mode) {
-    case Mode::Com:
-        if (!a.autoConfigURL.empty()) printf("auto-config URL: %s\n", a.autoConfigURL.c_str());
-        break;
-    case Mode::Pac:
-        if (a.autoConfigURL.empty())
-            printf("auto-config URL: none fetched (not a URL: %s)\n", o.pacUrl.c_str());
-        else
-            printf("auto-config URL: %s%s\n", a.autoConfigURL.c_str(),
-                   a.status == ROUTVANE_FAILED ? " (failed)" : "");
-        break;
-    case Mode::Detect:
-        // The URL fetched last decided unless discovery failed.
-        if (a.autoConfigURL.empty())
-            printf("auto-config URL: none found\n");
-        else if (a.status == ROUTVANE_FAILED)
-            printf("auto-config URL: none found (last tried: %s)\n", a.autoConfigURL.c_str());
-        else
-            printf("auto-config URL: %s\n", a.autoConfigURL.c_str());
-        break;
-    }
-    if (o.script) printf("script:\n%s\n", a.script.c_str());
+// A thread still inside a script or a download cannot be stopped from
+// outside and may hold locks the orderly exit needs: the process ends at
+// once, after its message is out.
+[[noreturn]] void GiveUp(unsigned seconds) {
+    fprintf(stderr, "routvane: no answer within %u s (the script or the server did not finish)\n",
+            seconds);
+    fflush(stderr);
+    fflush(stdout);
+    TerminateProcess(GetCurrentProcess(), 2);
+    _exit(2);
 }
 
 int Run(int argc, char **argv) {
     const Options o = ParseArguments(argc, argv);
-    Answer a;
+    Work work{&o, {}};
     {
         std::optional<StdoutToStderr> quiet;
         if (o.json) quiet.emplace();
-        // The script host runs the PAC script on this thread, in its apartment.
-        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        if (o.mode == Mode::Com) {
-            a = ResolveThroughCom(o);
-        } else {
-            // The DLL starts tracing at load; this program is not the DLL.
-            ZelTraceStartup();
-            {
-                RunTrace trace(o.trace);
-                a = ResolveDirectly(o);
-            }
-            ZelTraceShutdown();
-        }
-        CoUninitialize();
+        // The DLL starts tracing at load; this program is not the DLL.
+        if (o.mode != Mode::Com) ZelTraceStartup();
+        std::optional<RunTrace> trace;
+        trace.emplace(o.trace);
+        if (!RunWithin(work, o.timeoutSeconds)) GiveUp(o.timeoutSeconds);
+        trace.reset();
+        if (o.mode != Mode::Com) ZelTraceShutdown();
     }
-    if (o.json)
-        PrintJson(o, a);
-    else
-        PrintText(o, a);
+    PrintAnswers(o, work.answers);
     fflush(stdout);
-    return a.status == ROUTVANE_PROXY ? 0 : a.status == ROUTVANE_DIRECT ? 1 : 2;
+    // A bad line of the targets file, or work that ended without every
+    // answer, is a failure.
+    int code = o.badTargetLines > 0 || work.answers.size() != o.targets.size() ? 2 : 0;
+    for (const Answer &a : work.answers) code = std::max(code, ExitCode(a.status));
+    return code;
 }
 
 }  // namespace
