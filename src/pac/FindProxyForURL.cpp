@@ -33,9 +33,10 @@ namespace {
 
 // Functions other PAC runtimes give their scripts (the IPv6 extensions and
 // the runtime's version) that this one does not have.
-const char *const kOtherRuntimesFunctions[] = {"isInNetEx",      "dnsResolveEx",
-                                               "myIpAddressEx",  "isResolvableEx",
-                                               "sortIpAddressList", "getClientVersion"};
+const char *const kOtherRuntimesFunctions[] = {
+    "isInNetEx",      "dnsResolveEx",      "myIpAddressEx",
+    "isResolvableEx", "sortIpAddressList", "getClientVersion",
+};
 
 // The function's name when the script's name is one of them, else null.
 // Names are compared exactly, case included, as the engine binds them.
@@ -73,8 +74,7 @@ std::string AlertText(const VARIANT &message) {
 
 STDMETHODIMP FindProxyForURL::GetIDsOfNames(REFIID iid, LPOLESTR *names, UINT count, LCID lcid,
                                             DISPID *ids) {
-    const HRESULT hr =
-        COvrenaDispatch::GetIDsOfNames(iid, names, count, lcid, ids);
+    const HRESULT hr = COvrenaDispatch::GetIDsOfNames(iid, names, count, lcid, ids);
     // The engine asks when the script names the function; the call then
     // fails as it always has.
     if (FAILED(hr) && observer_ && names && count > 0 && names[0]) {

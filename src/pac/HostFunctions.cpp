@@ -194,8 +194,8 @@ void FindProxyForURL::NoteIsInNetReading(BSTR hostText, BSTR patternText, BSTR m
     const std::string call = CallText("isInNet", {hostText, patternText, maskText});
     const std::string host = NarrowFromBstr(hostText);
     if (!host.empty() && host[0] >= '0' && host[0] <= '9' && Unparsable(host))
-        Note(call + ": a host beginning with a digit is taken as an address without a look-up, "
-                    "and this one is no address");
+        Note(call + ": a host beginning with a digit is taken as an address without a look-up; "
+                    "this one is no address and is used as 255.255.255.255");
     if (Unparsable(NarrowFromBstr(patternText)))
         Note(call + ": the pattern is no address and is used as 255.255.255.255");
     if (Unparsable(NarrowFromBstr(maskText)))

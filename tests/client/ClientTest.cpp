@@ -509,7 +509,8 @@ TEST(ScriptFileTest, LintReportsWhatHappened) {
         "localHostOrDomainIs(\"WWW\", \"www.example.com\"): compared with the letter case, so "
         "false here",
         "isInNet(\"1host.example\", \"ten.0.0.0\", \"255.0.0.0/8\"): a host beginning with a "
-        "digit is taken as an address without a look-up, and this one is no address",
+        "digit is taken as an address without a look-up; this one is no address and is used as "
+        "255.255.255.255",
         "isInNet(\"1host.example\", \"ten.0.0.0\", \"255.0.0.0/8\"): the pattern is no address "
         "and is used as 255.255.255.255",
         "isInNet(\"1host.example\", \"ten.0.0.0\", \"255.0.0.0/8\"): the mask is no address "
