@@ -155,10 +155,24 @@ build_gtest() {
   rm -rf "$work"
 }
 
+# Two set-ups running at once (two work trees, two CI jobs) would build into
+# the same temporary folder: one lock under the cache root lets one build at
+# a time, and whoever waited finds the other's build complete. Bounded, so
+# a set-up never waits for ever on a lock left by a hung build.
+LOCK_WAIT_SECONDS=3600
+
 cached() {  # name builder
   local name=$1 builder=$2 key dir
   key="$name-$("$CXX" -dumpversion)-r$RECIPE"
   dir="$CACHE_ROOT/$key"
+  [ -f "$dir/.complete" ] && { echo "$dir"; return 0; }
+  mkdir -p "$CACHE_ROOT"
+  # This function runs in a command substitution: the lock goes with it.
+  exec 9>"$CACHE_ROOT/.lock"
+  if ! flock -w "$LOCK_WAIT_SECONDS" 9; then
+    log "another set-up has held $CACHE_ROOT/.lock for ${LOCK_WAIT_SECONDS}s; giving up"
+    exit 1
+  fi
   if [ ! -f "$dir/.complete" ]; then
     rm -rf "$dir.tmp"
     mkdir -p "$dir.tmp"
@@ -179,7 +193,10 @@ main() {
   gtest=$(cached googletest-1.12.1 build_gtest)
   ace=$(cached ace-7.0.8 build_ace)
   local env="$CACHE_ROOT/deps.env"
-  printf 'ACE_PREFIX=%s\nTRE_PREFIX=%s\nGTEST_PREFIX=%s\n' "$ace" "$tre" "$gtest" >"$env"
+  # Written aside and renamed, so that a set-up running beside this one
+  # never reads a half-written file.
+  printf 'ACE_PREFIX=%s\nTRE_PREFIX=%s\nGTEST_PREFIX=%s\n' "$ace" "$tre" "$gtest" >"$env.$$"
+  mv -f "$env.$$" "$env"
   echo "$env"
 }
 
