@@ -1,9 +1,9 @@
 // A PAC helper object whose methods do nothing: the same interface, type
 // information and dispatch path as the real one, so that an evaluation
 // with it costs the script engine and the dispatch alone. Every method
-// answers false, 0 or "" through one of the answer functions below, which
-// also count the calls; a method added to the interface gets a line of the
-// same form.
+// answers false, 0, "" or nothing through one of the answer functions
+// below, which also count the calls; a method added to the interface gets
+// a line of the same form.
 #pragma once
 
 #include <windows.h>
@@ -51,6 +51,11 @@ private:
     HRESULT Empty(BSTR *r) {
         ++calls_;
         *r = SysAllocStringLen(L"", 0);
+        return S_OK;
+    }
+    // For a method that answers nothing.
+    HRESULT Nothing() {
+        ++calls_;
         return S_OK;
     }
 
