@@ -13,6 +13,7 @@
 #include <string>
 
 #include "BenchSupport.h"
+#include "NullHelper.h"
 #include "pac/FindProxyForURL.h"
 #include "pac/SafeRegex.h"
 #include "pac/ScriptHost.h"
@@ -75,44 +76,6 @@ const char kUrl[] = "http://198.51.100.7/app/index.html";
 const char kHost[] = "198.51.100.7";
 const char kExpected[] =
     "PROXY proxy.corp.example:8080; PROXY proxy2.corp.example:8080; DIRECT";
-
-// The same interface and dispatch path with methods that do nothing.
-class NullHelper : public COvrenaDispatch<IFindProxyForUrl, &CLSID_FindProxyForUrl,
-                                          &IID_IFindProxyForUrl, &LIBID_FindProxyForUrl> {
-public:
-    STDMETHODIMP isPlainHostname(BSTR, VARIANT_BOOL *r) override { return False(r); }
-    STDMETHODIMP dnsDomainIs(BSTR, BSTR, VARIANT_BOOL *r) override { return False(r); }
-    STDMETHODIMP localHostOrDomainIs(BSTR, BSTR, VARIANT_BOOL *r) override { return False(r); }
-    STDMETHODIMP isResolvable(BSTR, VARIANT_BOOL *r) override { return False(r); }
-    STDMETHODIMP isInNet(BSTR, BSTR, BSTR, VARIANT_BOOL *r) override { return False(r); }
-    STDMETHODIMP dnsResolve(BSTR, BSTR *r) override { return Empty(r); }
-    STDMETHODIMP myIpAddress(BSTR *r) override { return Empty(r); }
-    STDMETHODIMP dnsDomainLevels(BSTR, int *r) override {
-        *r = 0;
-        return S_OK;
-    }
-    STDMETHODIMP shExpMatch(BSTR, BSTR, VARIANT_BOOL *r) override { return False(r); }
-    STDMETHODIMP weekdayRange(BSTR, BSTR, BSTR, VARIANT_BOOL *r) override { return False(r); }
-    STDMETHODIMP dateRange(VARIANT, VARIANT, VARIANT, VARIANT, VARIANT, VARIANT, VARIANT,
-                           VARIANT_BOOL *r) override {
-        return False(r);
-    }
-    STDMETHODIMP timeRange(VARIANT, VARIANT, VARIANT, VARIANT, VARIANT, VARIANT, VARIANT,
-                           VARIANT_BOOL *r) override {
-        return False(r);
-    }
-    STDMETHODIMP alert(VARIANT) override { return S_OK; }
-
-private:
-    static HRESULT False(VARIANT_BOOL *r) {
-        *r = VARIANT_FALSE;
-        return S_OK;
-    }
-    static HRESULT Empty(BSTR *r) {
-        *r = SysAllocStringLen(L"", 0);
-        return S_OK;
-    }
-};
 
 bool Evaluate(bool real, std::string *result) {
     if (real) {

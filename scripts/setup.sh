@@ -171,10 +171,24 @@ tool_headers() {
   echo "$dir"
 }
 
+# Two set-ups running at once (two work trees, two CI jobs) would build into
+# the same temporary folder: one lock under the cache root lets one build at
+# a time, and whoever waited finds the other's build complete. Bounded, so
+# a set-up never waits for ever on a lock left by a hung build.
+LOCK_WAIT_SECONDS=3600
+
 cached() {  # name builder
   local name=$1 builder=$2 key dir
   key="$name-$("$CXX" -dumpversion)-r$RECIPE"
   dir="$CACHE_ROOT/$key"
+  [ -f "$dir/.complete" ] && { echo "$dir"; return 0; }
+  mkdir -p "$CACHE_ROOT"
+  # This function runs in a command substitution: the lock goes with it.
+  exec 9>"$CACHE_ROOT/.lock"
+  if ! flock -w "$LOCK_WAIT_SECONDS" 9; then
+    log "another set-up has held $CACHE_ROOT/.lock for ${LOCK_WAIT_SECONDS}s; giving up"
+    exit 1
+  fi
   if [ ! -f "$dir/.complete" ]; then
     rm -rf "$dir.tmp"
     mkdir -p "$dir.tmp"
@@ -196,8 +210,11 @@ main() {
   ace=$(cached ace-7.0.8 build_ace)
   headers=$(tool_headers)
   local env="$CACHE_ROOT/deps.env"
+  # Written aside and renamed, so that a set-up running beside this one
+  # never reads a half-written file.
   printf 'ACE_PREFIX=%s\nTRE_PREFIX=%s\nGTEST_PREFIX=%s\nTOOL_HEADERS_PREFIX=%s\n' \
-    "$ace" "$tre" "$gtest" "$headers" >"$env"
+    "$ace" "$tre" "$gtest" "$headers" >"$env.$$"
+  mv -f "$env.$$" "$env"
   echo "$env"
 }
 

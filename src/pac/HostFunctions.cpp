@@ -7,6 +7,7 @@
 #include <winsock2.h>
 
 #include <cctype>
+#include <cwchar>
 #include <cwctype>
 #include <initializer_list>
 #include <string>
@@ -94,8 +95,11 @@ STDMETHODIMP FindProxyForURL::isPlainHostname(BSTR hostname, VARIANT_BOOL *ispla
     *isplain = VARIANT_FALSE;
     try {
         tracefunc tf(__LINE__, "FindProxyForURL", "FindProxyForURL::isPlainHostname");
-        tf << "hostname=" << NarrowFromBstr(hostname) << endtrace;
-        if (WideFromBstr(hostname).find(L'.') == std::wstring::npos) *isplain = VARIANT_TRUE;
+        // Scripts call this once per rule: the name is converted only when
+        // the trace keeps it.
+        if (tf.enabled()) tf << "hostname=" << NarrowFromBstr(hostname);
+        tf << endtrace;
+        if (!hostname || !wmemchr(hostname, L'.', SysStringLen(hostname))) *isplain = VARIANT_TRUE;
     } catch (...) {
     }
     return S_OK;

@@ -50,8 +50,11 @@ public:
     int currentLevel() const { return level_; }
     const std::string &pendingText() const { return text_; }
 
-private:
+    // Whether text inserted now would be kept for the file: a caller whose
+    // text is costly to build asks first.
     bool enabled() const;
+
+private:
     void appendNumber(const char *format, ...);
     void writeScopeLine(bool exiting, uint32_t delta);
 
