@@ -88,6 +88,8 @@ struct ExchangeCase {
     DWORD minMs, maxMs;  // bounds of the exchange's duration (0: none)
 };
 
+void PrintTo(const ExchangeCase &c, std::ostream *out) { *out << c.name; }
+
 // Unanswered: two sends, each followed by one full time-out of 1 s. The
 // upper bound only has to tell two waits of 1 s from two of 2 s; the margin
 // absorbs a loaded machine's delays between the waits.
