@@ -17,7 +17,8 @@
 namespace {
 
 // {00000000-1111-2222-3333-444444444444}
-const CLSID kOtherClsid = {0x00000000, 0x1111, 0x2222, {0x33, 0x33, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44}};
+const CLSID kOtherClsid = {0x00000000, 0x1111, 0x2222,
+                           {0x33, 0x33, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44}};
 
 template <class T>
 struct Ptr {
@@ -202,7 +203,8 @@ TEST_F(Registration, WritesTheClassTreeAgainOverItself) {
         {"Ovrena.Routvane.1\\CLSID", nullptr, clsid_},
     };
     for (const auto &row : rows)
-        EXPECT_EQ(ClassesValue(row.key, row.name), row.data) << row.key << " " << (row.name ? row.name : "");
+        EXPECT_EQ(ClassesValue(row.key, row.name), row.data)
+            << row.key << " " << (row.name ? row.name : "");
 }
 
 TEST_F(Registration, UnregisterRemovesWholeTreesAndToleratesAbsence) {

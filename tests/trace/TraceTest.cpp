@@ -36,7 +36,8 @@ TEST(Settings, LevelWords) {
         int level;
     } rows[] = {{"detailed", 0}, {"trace", 1}, {"error", 2},   {"Trace", 0},
                 {"ERROR", 0},    {"", 0},      {"trace ", 0}, {"errors", 0}};
-    for (const auto &row : rows) EXPECT_EQ(ZelTraceManager::LevelFromWord(row.word), row.level) << row.word;
+    for (const auto &row : rows)
+        EXPECT_EQ(ZelTraceManager::LevelFromWord(row.word), row.level) << row.word;
 }
 
 // The level value as the registry holds it decides which lines appear: a
@@ -187,27 +188,40 @@ TEST(Settings, UnusableFileSettingsLeaveTracingOff) {
 
 // ------------------------------------------------------------------- lines
 
-TEST(Lines, CarryTheExactPrefix) {
+TEST(Lines, CarryTheExactPrefixAndTellTheScope) {
     TempDir dir;
     ScopedPlatform platform;
     FakeClock::localOffsetSeconds = 0;
     FakeClock::Install(platform, UtcTime(2016, 5, 3, 14, 2, 11));
     FakeClock::milliseconds = 123;
+    // The tick counter wraps while the function runs.
+    FakeClock::tick = 0xFFFFFFF0u;
     ScopedTrace trace(dir.file("trace.txt"));
     {
         ZelComponent component("Routvane");
         tracefunc tf(1359, "Routvane", "Routvane::readURL");
         tf << "Using WPAD Connect timeout: " << 5000u << " ms" << endtrace;
+        FakeClock::tick = 0x10;
+    }
+    {
+        // An object shows the low 32 bits of its address, zero included.
+        tracefunc fn(77, "File", "Fn", 0x123456789ABCull);
+        tracefunc high(78, "File", "High", 0x100000000ull);
     }
     const auto lines = trace.lines();
-    ASSERT_EQ(lines.size(), 3u);
-    const std::string tid = std::to_string(GetCurrentThreadId());
-    EXPECT_EQ(lines[0], "2016-05-03 14:02:11.123: \tTrace\tRoutvane\tRoutvane::readURL(Routvane:1359):"
-                        "  Entered (tid=" + tid + ";function=Routvane::readURL)");
-    EXPECT_EQ(lines[1], "2016-05-03 14:02:11.123: \tDetail\tRoutvane\tUsing WPAD Connect timeout: 5000"
-                        " ms (tid=" + tid + ";function=Routvane::readURL)");
-    EXPECT_EQ(lines[2], "2016-05-03 14:02:11.123: \tTrace\tRoutvane\tRoutvane::readURL(Routvane:1359):"
-                        " Exited (delta = 0ms) (tid=" + tid + ";function=Routvane::readURL)");
+    ASSERT_EQ(lines.size(), 7u);
+    const std::string stamp = "2016-05-03 14:02:11.123: \t";
+    const std::string tail =
+        " (tid=" + std::to_string(GetCurrentThreadId()) + ";function=Routvane::readURL)";
+    const std::string scope = "\tRoutvane\tRoutvane::readURL(Routvane:1359):";
+    EXPECT_EQ(lines[0], stamp + "Trace" + scope + "  Entered" + tail);
+    EXPECT_EQ(lines[1], stamp + "Detail\tRoutvane\tUsing WPAD Connect timeout: 5000 ms" + tail);
+    EXPECT_EQ(lines[2], stamp + "Trace" + scope + " Exited (delta = 32ms)" + tail);
+    EXPECT_TRUE(StartsWith(LineText(lines[3]), "Fn[ 0x56789ABC ] (File:77):  Entered (tid="));
+    EXPECT_TRUE(StartsWith(LineText(lines[4]), "High[ 0x0 ] (File:78):  Entered"));
+    EXPECT_TRUE(StartsWith(LineText(lines[6]), "Fn[ 0x56789ABC ] (File:77): Exited (delta = 0ms)"));
+    // The momentary "tracer" component does not show: the caller's does.
+    EXPECT_EQ(LineComponent(lines[3]), "default");
     // Text mode: every line ends in a carriage return and a line feed.
     const std::string raw = ReadFileText(trace.path());
     EXPECT_EQ(raw.substr(raw.size() - 2), "\r\n");
@@ -241,31 +255,6 @@ TEST(Lines, TwoThreadsWriteOnlyWholeLines) {
         alpha += m[2] == "alpha";
     }
     EXPECT_EQ(alpha, kLines);
-}
-
-TEST(Lines, EntryAndExitLinesTellTheScope) {
-    TempDir dir;
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2020, 2, 2, 2, 2, 2));
-    // The tick counter wraps while the function runs.
-    FakeClock::tick = 0xFFFFFFF0u;
-    ScopedTrace trace(dir.file("t.txt"));
-    {
-        tracefunc tf(77, "File", "Fn", 0x123456789ABCull);
-        FakeClock::tick = 0x10;
-    }
-    {
-        tracefunc tf(78, "File", "High", 0x100000000ull);
-    }
-    const auto lines = trace.lines();
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_TRUE(StartsWith(LineText(lines[0]), "Fn[ 0x56789ABC ] (File:77):  Entered (tid="));
-    EXPECT_TRUE(
-        StartsWith(LineText(lines[1]), "Fn[ 0x56789ABC ] (File:77): Exited (delta = 32ms) (tid="));
-    EXPECT_TRUE(StartsWith(LineText(lines[2]), "High[ 0x0 ] (File:78):  Entered"));
-    EXPECT_EQ(LineLevel(lines[0]), "Trace");
-    // The momentary "tracer" component does not show: the caller's does.
-    EXPECT_EQ(LineComponent(lines[0]), "default");
 }
 
 TEST(Lines, UnendedMessageOfAQuietTracerIsWrittenAtExit) {
