@@ -61,9 +61,8 @@ detect dhcp "$HOST" 0 www.example.com 0 "$LAB_DHCP_URL" DIRECT
 lab_stop_dhcp
 
 # The wpad names of each host name (bit 0: no DHCP). An answer ends the
-# walk at its name, the empty one (status 1) too; the last name tried has
-# two labels.
-detect walk-proxy "$HOST" 1 www.example.com 0 "$WPAD_URL" "$WPAD_ENTRIES" "$WPAD_URL"
+# walk at its name (dhcp-silent above), the empty one (status 1) too; the
+# last name tried has two labels.
 detect walk-empty-answer "$HOST" 1 empty.example 1 "$WPAD_URL" "" "$WPAD_URL"
 detect walk-two-labels pc8.example 1 www.example.com 2 "" ""
 detect walk-co-uk pc5.example.co.uk 1 www.example.com 2 http://wpad.co.uk/wpad.dat "" \
