@@ -56,8 +56,10 @@ protected:
             if (line.rfind("rx ", 0) == 0) out.push_back(line.substr(3));
         return out;
     }
-    // DiscoverProxyUrlViaDHCP's own lines in order, without the thread tail;
-    // a run of unrelated packets counts once.
+    // DiscoverProxyUrlViaDHCP's own lines in order, without its scope lines,
+    // the thread tail and "Found proxy URL" (the URL itself is checked); a
+    // related packet from the lab server reads as kRelated, and a run of
+    // unrelated packets counts once.
     std::vector<std::string> exchange() const {
         std::vector<std::string> out;
         for (const std::string &line : trace.lines()) {
