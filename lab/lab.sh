@@ -102,6 +102,10 @@ lab_up() {
   ip -n "$LAB_SNS" addr add "$LAB_SERVER_IP/24" brd + dev "$LAB_SIF"
   ip -n "$LAB_CNS" link set "$LAB_CIF" up
   ip -n "$LAB_SNS" link set "$LAB_SIF" up
+  # The client's hardware address (hex digits only), which its DHCPINFORM
+  # must carry.
+  LAB_CLIENT_MAC=$(ip -n "$LAB_CNS" link show dev "$LAB_CIF" |
+    awk '/link\/ether/ { gsub(":", "", $2); print $2 }')
   # Every destination of the client leads to the server namespace, which
   # forwards nothing: the route chooses the veth interface, and no packet
   # has anywhere else to go.
@@ -170,7 +174,8 @@ lab_client() {
   ip netns exec "$LAB_CNS" unshare --uts \
     sh -c 'printf %s "$1" >/proc/sys/kernel/hostname && shift && exec "$@"' sh "$host" \
     env ROUTVANE_LAB_DIR="$LAB_DIR" ROUTVANE_LAB_SERVER="$LAB_SERVER_IP" \
-    ROUTVANE_LAB_CLIENT="$LAB_CLIENT_IP" ROUTVANE_LAB_DHCP_URL="$LAB_DHCP_URL" \
+    ROUTVANE_LAB_CLIENT="$LAB_CLIENT_IP" ROUTVANE_LAB_CLIENT_MAC="${LAB_CLIENT_MAC:-}" \
+    ROUTVANE_LAB_DHCP_URL="$LAB_DHCP_URL" \
     WINEPREFIX="$LAB_PREFIX" WINEARCH=win64 WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml=" \
     WINESERVER="$LAB_WINESERVER" "$LAB_WINE" "$@"
 }
@@ -204,7 +209,9 @@ EOF
 lab_start_http() {
   mkdir -p "$LAB_DIR/www"
   cat >"$LAB_DIR/www/wpad.dat" <<'EOF'
-function FindProxyForURL(url, host) { return "PROXY proxy.sales.corp.example:3128"; }
+function FindProxyForURL(url, host) {
+  return host == "empty.example" ? "" : "PROXY proxy.sales.corp.example:3128";
+}
 EOF
   cat >"$LAB_DIR/www/dhcp-wpad.dat" <<'EOF'
 function FindProxyForURL(url, host) { return "DIRECT"; }
@@ -247,29 +254,6 @@ lab_start_responder() {
 }
 
 lab_stop_responder() { lab_server_stop responder; }
-
-# Captures the DHCP traffic seen by the server namespace.
-lab_start_capture() {
-  lab_server_start tcpdump tcpdump -Z root --immediate-mode -i "$LAB_SIF" -U -n -w "$LAB_DIR/dhcp.pcap" udp port 67 or udp port 68
-  local i
-  for i in $(seq 100); do
-    grep -q 'listening on' "$LAB_DIR/tcpdump.out" 2>/dev/null && return 0
-    sleep 0.1
-  done
-  lab_fail "tcpdump did not start"
-}
-
-# Stops the capture once it holds at least the given number of packets
-# (bounded wait), so that nothing seen is lost by stopping early.
-lab_stop_capture() {
-  local want=${1:-2} i
-  for i in $(seq 50); do
-    [ "$("$LAB_PYTHON" "$LAB_SOURCE/check-inform.py" --count "$LAB_DIR/dhcp.pcap")" -ge "$want" ] &&
-      break
-    sleep 0.1
-  done
-  lab_server_stop tcpdump
-}
 
 lab_down() {
   local rc=$?

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """A programmable DHCP responder for the lab: the replies a real server does
 not send. It listens on port 67 of the server namespace, writes every
-request it receives to responder.log ("rx <hex>") and answers each request
+request it receives to responder.log ("rx <source ip:port> <destination ip>
+<hex>") and answers each request
 as the first line of responder.mode says, read afresh for every request:
 a comma-separated list of replies sent in order, each one of
 
@@ -93,11 +94,18 @@ def main():
     SERVER_IP = os.environ.get("ROUTVANE_LAB_SERVER", "10.77.0.1")
     sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     sock.setsockopt(socket.SOL_SOCKET, socket.SO_BROADCAST, 1)
+    # The destination address of each request (struct in_pktinfo: ifindex,
+    # local address, header destination); IP_PKTINFO is 8 on Linux.
+    sock.setsockopt(socket.IPPROTO_IP, getattr(socket, "IP_PKTINFO", 8), 1)
     sock.bind(("0.0.0.0", 67))
     log = open(os.path.join(lab_dir, "responder.log"), "a", buffering=1)
     while True:
-        data, peer = sock.recvfrom(4096)
-        log.write("rx %s:%d %s\n" % (peer[0], peer[1], data.hex()))
+        data, ancillary, _, peer = sock.recvmsg(4096, 64)
+        destination = "?"
+        for level, kind, value in ancillary:
+            if level == socket.IPPROTO_IP and len(value) >= 12:
+                destination = socket.inet_ntoa(value[8:12])
+        log.write("rx %s:%d %s %s\n" % (peer[0], peer[1], destination, data.hex()))
         if len(data) < 236:
             continue
         with open(os.path.join(lab_dir, "responder.mode")) as f:

@@ -1,9 +1,12 @@
-// The DHCP message: cursor readers, the DHCPINFORM on the wire and the parse
-// of replies. The option walk is in MalformedPacketTest.cpp.
+// The DHCP message: its wire form, the DHCPINFORM, the parse of replies and
+// the option walk. Whatever arrives on port 68 is parsed without a read or
+// a write outside the datagram or the packet: both sit at the very end of a
+// readable page followed by a PAGE_NOACCESS page.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -15,41 +18,18 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// A reply with the given xid, then the cookie and the option bytes given.
-Bytes Reply(uint32_t xid, const Bytes &options = {}, bool cookie = true) {
-    Bytes b(DHCP_HEADER_SIZE, 0);
-    b[0] = 2;
-    b[1] = 1;
-    b[2] = 6;
-    for (int i = 0; i < 4; ++i) b[4 + i] = static_cast<unsigned char>(xid >> (24 - 8 * i));
-    const unsigned char magic[] = {0x63, 0x82, 0x53, 0x63};
-    for (int i = 0; cookie && i < 4; ++i) b.push_back(magic[i]);
-    for (unsigned char c : options) b.push_back(c);
+// A reply: the header (op 2, xid 0x11223344), the cookie, then the option
+// bytes given; a size, when given, pads with zeros (or cuts) the option
+// area to that many bytes before tail.
+Bytes Reply(const Bytes &options, size_t size = 0, const Bytes &tail = {}) {
+    Bytes b = {2, 0, 0, 0, 0x11, 0x22, 0x33, 0x44};
+    b.resize(DHCP_HEADER_SIZE, 0);
+    const unsigned char cookie[] = {0x63, 0x82, 0x53, 0x63};
+    b.insert(b.end(), cookie, cookie + 4);
+    b.insert(b.end(), options.begin(), options.end());
+    if (size) b.resize(DHCP_HEADER_SIZE + size, 0);
+    b.insert(b.end(), tail.begin(), tail.end());
     return b;
-}
-
-TEST(Grab, FailuresChangeNothingAndStrTracesTheShortfall) {
-    TempDir dir;
-    ScopedTrace trace(dir.file("t.log"));
-    const Bytes input = {1, 0, 3, 4, 5};
-    const unsigned char *cursor = input.data();
-    int remaining = 1;
-    uint8_t v8 = 9;
-    uint16_t v16 = 9;
-    uint32_t v32 = 9;
-    EXPECT_FALSE(Grab16(cursor, remaining, v16));
-    EXPECT_FALSE(Grab32(cursor, remaining, v32));
-    remaining = -3;
-    EXPECT_FALSE(Grab8(cursor, remaining, v8));
-    EXPECT_TRUE(v8 == 9 && v16 == 9 && v32 == 9 && remaining == -3 && cursor == input.data());
-    remaining = 5;
-    unsigned char out[4] = {9, 9, 9, 9};
-    ASSERT_TRUE(GrabStr(cursor, remaining, 3, out));
-    EXPECT_EQ(0, std::memcmp(out, "\x01\x00\x03\x09", 4));
-    EXPECT_FALSE(GrabStr(cursor, remaining, 3, out));
-    EXPECT_EQ(2, remaining);
-    EXPECT_EQ(input.data() + 3, cursor);
-    EXPECT_EQ(1u, trace.linesWith("Invalid buffer length:  2 need at least 3").size());
 }
 
 TEST(Buffer, EveryFieldAtItsOffsetBigEndianAndBack) {
@@ -71,68 +51,185 @@ TEST(Buffer, EveryFieldAtItsOffsetBigEndianAndBack) {
     EXPECT_EQ(bytes, Bytes(wire.begin(), wire.end()));
 }
 
-TEST(SetBuffer, HeaderAndCookieOnlyParsesTracesAndFindsNothing) {
-    TempDir dir;
-    ScopedTrace trace(dir.file("t.log"));
-    const Bytes b = Reply(0x01020304);
-    ASSERT_EQ(240u, b.size());
-    DHCPPacket p;
-    ASSERT_TRUE(p.SetBuffer(b.data(), 240));
-    EXPECT_EQ(0x01020304u, p.xid);
-    std::string value = "unchanged";
-    EXPECT_FALSE(p.GetStringOption(252, value));
-    EXPECT_EQ("unchanged", value);
-    const auto dump = trace.linesWith("Buffer contents:  02 01 06 00 01 02 03 04 00 00");
-    ASSERT_EQ(1u, dump.size());
-    EXPECT_NE(std::string::npos, LineText(dump[0]).find(" 00 63 82 53 63 (tid="));
-    EXPECT_NE(std::string::npos, dump[0].find("function=DHCPPacket::SetBuffer (parse)"));
-    // The zero bytes after the cookie are walked as padding to the end.
-    EXPECT_EQ(308u, trace.linesWith("Found DHCPOptionPadding...continuing").size());
-    EXPECT_TRUE(trace.linesWith("Found option buffer terminator").empty());
-}
-
+// Each reader fails where the datagram ends, traces what was left and
+// changes nothing; the fields read before keep their new values.
 TEST(SetBuffer, TruncatedHeadersFailInTheRightReaderAndKeepWhatWasRead) {
     TempDir dir;
     ScopedTrace trace(dir.file("t.log"));
     const std::pair<int, std::string> cases[] = {
-        {0, "Invalid buffer length:  0"},  {3, "Invalid buffer length:  0"},
-        {6, "Invalid buffer length:  2"},  {9, "Invalid buffer length:  1"},
-        {27, "Invalid buffer length:  3"}, {30, "Invalid buffer length:  2 need at least 16"},
+        {-1, "Invalid buffer length:  -1"}, {0, "Invalid buffer length:  0"},
+        {3, "Invalid buffer length:  0"},   {6, "Invalid buffer length:  2"},
+        {9, "Invalid buffer length:  1"},   {27, "Invalid buffer length:  3"},
+        {30, "Invalid buffer length:  2 need at least 16"},
         {100, "Invalid buffer length:  56 need at least 64"},
         {235, "Invalid buffer length:  127 need at least 128"},
     };
-    Bytes b = Reply(0x11223344);
-    b[44] = 'S';
+    Bytes b = Reply({});
+    b[8] = 0x0A;  // secs
+    b[44] = 'S';  // sname
     for (const auto &c : cases) {
         const size_t before = trace.linesWith(c.second).size();
-        const size_t failed = trace.linesWith("Not enough buffer space...failed").size();
         DHCPPacket p;
-        p.file[0] = 'x';
+        p.xid = p.secs = 9;
+        p.sname[0] = p.file[0] = 'x';
         EXPECT_FALSE(p.SetBuffer(b.data(), c.first)) << c.first;
         EXPECT_EQ(before + 1, trace.linesWith(c.second).size()) << c.first;
-        if (c.first < 235) continue;
-        EXPECT_EQ(failed + 1, trace.linesWith("Not enough buffer space...failed").size());
-        EXPECT_EQ(0x11223344u, p.xid);
-        EXPECT_EQ('S', p.sname[0]);
-        EXPECT_EQ('x', p.file[0]) << "a failed GrabStr changes nothing";
+        EXPECT_EQ(c.first >= 8 ? 0x11223344u : 9u, p.xid) << c.first;
+        EXPECT_EQ(c.first >= 10 ? 0x0A00 : 9, p.secs) << c.first;
+        EXPECT_EQ(c.first >= 108 ? 'S' : 'x', p.sname[0]) << c.first;
+        EXPECT_EQ('x', p.file[0]) << c.first;
     }
-    EXPECT_TRUE(trace.linesWith("Buffer contents:  (").empty());  // no dump of nothing
+    EXPECT_EQ(9u, trace.linesWith("Not enough buffer space...failed").size());
+    // A dump of every datagram that has bytes, in the parse's name.
+    const auto dumps = trace.linesWith("Buffer contents:  ");
+    ASSERT_EQ(7u, dumps.size());
+    EXPECT_NE(std::string::npos, dumps[0].find(";function=DHCPPacket::SetBuffer (parse))"));
 }
 
-TEST(SetBuffer, OptionBytesBeyondTheDatagramStayAndLongOnesAreCut) {
-    DHCPPacket p;
-    const Bytes first = Reply(1, {252, 3, 'a', 'b', 'c', 255});
-    ASSERT_TRUE(p.SetBuffer(first.data(), static_cast<int>(first.size())));
-    const Bytes second = Reply(2);
-    ASSERT_TRUE(p.SetBuffer(second.data(), static_cast<int>(second.size())));
-    std::string value;
-    ASSERT_TRUE(p.GetStringOption(252, value));
-    EXPECT_EQ("abc", value);
+// Two pages, the second no access; at(n) gives n bytes ending at the guard.
+class GuardedPages {
+public:
+    explicit GuardedPages(size_t usable) {
+        SYSTEM_INFO info;
+        GetSystemInfo(&info);
+        page_ = info.dwPageSize;
+        usable_ = (usable + page_ - 1) / page_ * page_;
+        base_ = static_cast<unsigned char *>(
+            VirtualAlloc(nullptr, usable_ + page_, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+        DWORD old = 0;
+        ok_ = base_ && VirtualProtect(base_ + usable_, page_, PAGE_NOACCESS, &old);
+    }
+    ~GuardedPages() {
+        if (base_) VirtualFree(base_, 0, MEM_RELEASE);
+    }
+    GuardedPages(const GuardedPages &) = delete;
+    GuardedPages &operator=(const GuardedPages &) = delete;
+    bool ok() const { return ok_; }
+    unsigned char *at(size_t length) { return base_ + usable_ - length; }
 
-    Bytes b = Reply(1, Bytes(400, 0x77), false);
-    b[236 + 311] = 0x12;
-    ASSERT_TRUE(p.SetBuffer(b.data(), static_cast<int>(b.size())));
-    EXPECT_EQ(0x12, p.options[311]);
+private:
+    size_t page_ = 0, usable_ = 0;
+    unsigned char *base_ = nullptr;
+    bool ok_ = false;
+};
+
+// Parses datagrams placed at a guard into a packet object placed at another
+// and walks the object's options.
+class Harness {
+public:
+    Harness() : input_(DHCP_RECEIVE_SIZE + 16), object_(sizeof(DHCPPacket)) {
+        packet_ = new (object_.at(sizeof(DHCPPacket))) DHCPPacket;
+    }
+    ~Harness() { packet_->~DHCPPacket(); }
+    bool ok() const { return input_.ok() && object_.ok(); }
+    // The results of SetBuffer and GetStringOption(code).
+    std::pair<bool, bool> feed(const Bytes &datagram, uint8_t code, std::string &value) {
+        unsigned char *place = input_.at(datagram.size());
+        if (!datagram.empty()) std::memcpy(place, datagram.data(), datagram.size());
+        const bool parsed = packet_->SetBuffer(place, static_cast<int>(datagram.size()));
+        return {parsed, packet_->GetStringOption(code, value)};
+    }
+
+private:
+    GuardedPages input_, object_;
+    DHCPPacket *packet_;
+};
+
+const std::string kUrl = "http://wpadhost/wpad.dat";
+
+Bytes WithUrl(Bytes before, const std::string &url = kUrl) {
+    before.push_back(252);
+    before.push_back(static_cast<unsigned char>(url.size()));
+    before.insert(before.end(), url.begin(), url.end());
+    before.push_back(255);
+    return Reply(before);
+}
+
+TEST(OptionWalk, Table) {
+    struct Case {
+        const char *name;
+        Bytes datagram;
+        uint8_t code;
+        bool found;
+        std::string value;
+        const char *trace;  // a line the parse or the walk must write, or null
+    };
+    Bytes noCookie = Reply({252, 1, 'x', 255});
+    noCookie[239] = 0x64;
+    const Case cases[] = {
+        {"first", WithUrl({}), 252, true, kUrl,
+         "Found string option for 252:  http://wpadhost/wpad.dat"},
+        {"afterOthers", WithUrl({53, 1, 5, 54, 4, 10, 0, 0, 1}), 252, true, kUrl, nullptr},
+        {"afterPads", WithUrl({0, 0, 0}), 252, true, kUrl, "Found DHCPOptionPadding...continuing"},
+        // The dump holds the datagram and no more.
+        {"headerAndCookie", Reply({}), 252, false, "", " 00 63 82 53 63 (tid="},
+        {"endFirst", Reply({255, 252, 3, 'a', 'b', 'c'}), 252, false, "",
+         "Found option buffer terminator"},
+        {"endBefore", Reply({53, 1, 5, 255, 252, 1, 'a'}), 252, false, "",
+         "Found option buffer terminator"},
+        {"noCookie", noCookie, 252, false, "",
+         "DHCPPacket option buffer didn't contain magic option"},
+        {"cookieCut", Reply({}, 2), 252, false, "", nullptr},
+        {"emptyValue", Reply({252, 0, 255}), 252, true, "", nullptr},
+        {"embeddedZeros", WithUrl({}, std::string("a\0b\0", 4)), 252, true,
+         std::string("a\0b\0", 4), nullptr},
+        {"longest", WithUrl({}, std::string(255, 'u')), 252, true, std::string(255, 'u'), nullptr},
+        {"otherCode", WithUrl({}), 15, false, "", "Found option buffer terminator"},
+        {"padsOnly", Reply({}, DHCP_OPTIONS_SIZE), 252, false, "", nullptr},
+        {"codeIsData", Reply({43, 2, 252, 1, 255}), 252, false, "", nullptr},
+        {"skipPastEnd", Reply({43, 250, 1, 2}), 252, false, "", nullptr},
+        // Lengths past the end: the value stops where the packet's storage does.
+        {"cutAtEnd", Reply({}, DHCP_OPTIONS_SIZE - 10, {252, 200, 'z', 'z', 'z', 'z', 'z', 'z',
+                                                        'z', 'z'}),
+         252, true, "zzzzzzzz", nullptr},
+        {"noneLeft", Reply({}, DHCP_OPTIONS_SIZE - 2, {252, 255}), 252, true, "", nullptr},
+        {"codeInLastByte", Reply({}, DHCP_OPTIONS_SIZE - 1, {252}), 252, false, "", nullptr},
+    };
+    for (const Case &c : cases) {
+        // A fresh object each time: option bytes of an earlier datagram
+        // would otherwise stay behind a shorter one.
+        Harness h;
+        ASSERT_TRUE(h.ok());
+        TempDir dir;
+        ScopedTrace trace(dir.file("t.log"));
+        std::string value = "unchanged";
+        const auto r = h.feed(c.datagram, c.code, value);
+        EXPECT_TRUE(r.first) << c.name;
+        EXPECT_EQ(c.found, r.second) << c.name;
+        EXPECT_EQ(c.found ? c.value : "unchanged", value) << c.name;
+        EXPECT_TRUE(!c.trace || !trace.linesWith(c.trace).empty()) << c.name << ": " << c.trace;
+    }
+}
+
+// Deliberately, as the exchange relies on: option bytes beyond the end of a
+// shorter datagram keep what the packet held.
+TEST(OptionWalk, OptionBytesBeyondTheDatagramStay) {
+    Harness h;
+    ASSERT_TRUE(h.ok());
+    std::string value;
+    h.feed(Reply({252, 3, 'a', 'b', 'c', 255}), 252, value);
+    value.clear();
+    const auto r = h.feed(Reply({}), 252, value);
+    EXPECT_TRUE(r.first && r.second);
+    EXPECT_EQ("abc", value);
+}
+
+// Longer datagrams than the packet holds are cut: a copy past the option
+// area would write into the guard page.
+TEST(OptionWalk, EveryLengthFrom0To2048) {
+    Harness h;
+    ASSERT_TRUE(h.ok());
+    Bytes pattern(2048);
+    for (size_t i = 0; i < pattern.size(); ++i) pattern[i] = static_cast<unsigned char>(i * 7);
+    // A cookie and a long option 252, so that the walk has work at every length.
+    const unsigned char options[] = {0x63, 0x82, 0x53, 0x63, 252, 255};
+    std::memcpy(&pattern[236], options, sizeof options);
+    for (size_t length = 0; length <= 2048; ++length) {
+        std::string value;
+        const auto r = h.feed(Bytes(pattern.begin(), pattern.begin() + length), 252, value);
+        EXPECT_EQ(length >= DHCP_HEADER_SIZE, r.first) << length;
+        EXPECT_LE(value.size(), DHCP_OPTIONS_SIZE - 6) << length;
+    }
 }
 
 // CreateInformPacket on a machine with one DHCP-configured Ethernet card.

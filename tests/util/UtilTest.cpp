@@ -1,0 +1,112 @@
+// The UTF-16 to UTF-8 conversion and the library's exception type.
+#include <gtest/gtest.h>
+
+#include "TestSupport.h"
+#include "util/UnicodeUtilInclude.h"
+#include "util/qorException.h"
+
+namespace {
+
+TEST(Utf8, Conversions) {
+    const size_t kAll = UTF8_TO_TERMINATOR;
+    const struct {
+        std::wstring text;
+        size_t length;
+        uint32_t flags;
+        std::string expected;
+    } rows[] = {{L"A", 1, 0, "A"},
+                {L"\u00e9", 1, 0, "\xC3\xA9"},
+                {L"\u20ac", 1, 0, "\xE2\x82\xAC"},
+                {L"\ufffe", 1, 0, "\xEF\xBF\xBE"},
+                {L"\u07ff\u0800", 2, 0, "\xDF\xBF\xE0\xA0\x80"},
+                {L"\u0011", 1, 0, "\x11"},
+                {L"\u0011", 1, UTF8_MAP_0011_TO_FF, "\xFF"},
+                {L"a\u0011b", 3, UTF8_ASCII_ONLY | UTF8_MAP_0011_TO_FF, "a\xFF" "b"},
+                {std::wstring(L"a\0b", 3), 3, 0, std::string("a\0b", 3)},
+                {L"plain ascii", 11, UTF8_ASCII_ONLY, "plain ascii"},
+                {L"ab\u00e9", kAll, 0, "ab\xC3\xA9"},
+                {L"", kAll, 0, ""},
+                // A length reads past nothing.
+                {L"abcdef", 2, 0, "ab"},
+                {L"abcdef", 0, 0, ""}};
+    for (const auto &row : rows) {
+        const std::string bytes = UTF8FromUnicode(row.text.c_str(), row.length, row.flags);
+        EXPECT_EQ(bytes, row.expected) << row.expected;
+        EXPECT_EQ(UTF8FromUnicodeNoThrow(row.text.c_str(), row.length, row.flags), row.expected);
+    }
+    EXPECT_EQ(UTF8FromUnicode(nullptr), "");
+}
+
+TEST(Utf8, RefusalsThrowAndTheWrapperGivesEmpty) {
+    const struct {
+        std::wstring text;
+        uint32_t flags;
+        uint32_t code;
+        std::string where;
+    } rows[] = {{L"ok\xD83D\xDE00", 0, 0, "UTF8FromUnicode"},
+                {L"\xDC00", 0, 0, "UTF8FromUnicode"},
+                {L"\xFFFF", 0, 0, "UTF8FromUnicode"},
+                {L"abc\u00e9", UTF8_ASCII_ONLY, 5665, "UTF8ToUnicode"},
+                {L"\u20ac", UTF8_ASCII_ONLY, 5665, "UTF8ToUnicode"}};
+    for (const auto &row : rows) {
+        try {
+            UTF8FromUnicode(row.text.data(), row.text.size(), row.flags);
+            ADD_FAILURE() << "no exception for " << UTF8FromUnicodeNoThrow(row.text.c_str());
+        } catch (const qorException &e) {
+            EXPECT_EQ(e.errcode(), row.code) << row.where;
+            EXPECT_EQ(e.where(), row.where);
+        }
+        EXPECT_EQ(UTF8FromUnicodeNoThrow(row.text.data(), row.text.size(), row.flags), "");
+    }
+}
+
+TEST(Utf8, RefusalAboveUcs2IsTracedBeforeTheThrow) {
+    TempDir dir;
+    ScopedTrace trace(dir.file("t.txt"));
+    EXPECT_EQ(UTF8FromUnicodeNoThrow(L"\xD800"), "");
+    EXPECT_EQ(trace.linesWith("...encountered case with chars above UCS-2 range").size(), 1u);
+    EXPECT_EQ(trace.linesWith("...exception being thrown for non UCS-2 range chars").size(), 1u);
+    // The ASCII-only refusal writes none of the conversion's own lines.
+    EXPECT_EQ(UTF8FromUnicodeNoThrow(L"\u00e9", UTF8_TO_TERMINATOR, UTF8_ASCII_ONLY), "");
+    EXPECT_EQ(trace.linesWith("...encountered case").size(), 1u);
+}
+
+TEST(qorException, MessagesByCode) {
+    const struct {
+        uint32_t code;
+        const char *message;
+    } rows[] = {
+        {5007, "Peer disconnected"},
+        {5027, "Internal error:  WouldBlock error not correctly processed"},
+        {5665,
+         "This combination of client and server versions does not allow the use of extended "
+         "characters."},
+        {5666, "An error occurred while locating your proxy server."},
+        {0, "Unknown error"},
+        {4294967295u, "Unknown error"},
+    };
+    for (const auto &row : rows) {
+        EXPECT_STREQ(qorException("here", row.code).message(), row.message) << row.code;
+    }
+    qorException e("here", 5665);
+    EXPECT_EQ(e.fullMessage(), e.message());
+    e.setDetail("x");
+    EXPECT_EQ(e.fullMessage(), std::string(e.message()) + " (x)");
+}
+
+TEST(qorException, ConstructionIsTracedExceptForConnectionCodes) {
+    TempDir dir;
+    ScopedTrace trace(dir.file("t.txt"));
+    qorException quiet1("a", 5007);
+    qorException quiet2("b", 5027);
+    EXPECT_TRUE(trace.linesWith("where = ").empty());
+    qorException loud("UTF8FromUnicode", 5666);
+    const auto where = trace.linesWith("where = UTF8FromUnicode (tid=");
+    const auto code = trace.linesWith("errcode = 5666 (tid=");
+    ASSERT_EQ(where.size(), 1u);
+    ASSERT_EQ(code.size(), 1u);
+    EXPECT_EQ(LineLevel(where[0]), "Detail");
+    EXPECT_NE(where[0].find(";function=qorException::qorException)"), std::string::npos);
+}
+
+}  // namespace
