@@ -20,7 +20,7 @@ PACKAGES=(
   mingw-w64-x86-64-dev mingw-w64-tools
   wine64 wine libwine-dev
   cmake make perl dpkg-dev googletest libcli11-dev nlohmann-json3-dev
-  dnsmasq-base iproute2 python3 tcpdump util-linux procps
+  dnsmasq-base iproute2 python3 util-linux procps
 )
 
 need_install() {
