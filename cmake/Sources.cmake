@@ -12,6 +12,7 @@ set(ROUTVANE_CORE_SOURCES
   src/pac/ComOwners.cpp
   src/pac/PacGuids.cpp
   src/pac/MyScriptSite.cpp
+  src/pac/HostSecurity.cpp
   src/pac/ScriptHost.cpp
   src/pac/FindProxyForURL.cpp
   src/pac/HostFunctions.cpp
