@@ -20,6 +20,7 @@ set(ROUTVANE_CORE_SOURCES
   src/resolver/Routvane.cpp
   src/resolver/WinInetSettings.cpp
   src/resolver/ProxyParsing.cpp
+  src/resolver/BoundedWorker.cpp
   src/resolver/PacRetrieval.cpp
   src/resolver/PacAnswer.cpp
   src/resolver/PacEvaluation.cpp
