@@ -7,8 +7,6 @@
 #include "FakeSettings.h"
 #include "PacFixtures.h"
 
-#include <tlhelp32.h>
-
 #include <functional>
 #include <memory>
 
@@ -94,15 +92,13 @@ private:
     std::vector<SOCKET> queued_;
 };
 
-long ThreadCount() {
-    long count = 0;
-    HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-    THREADENTRY32 entry = {};
-    entry.dwSize = sizeof entry;
-    for (BOOL more = Thread32First(snapshot, &entry); more; more = Thread32Next(snapshot, &entry))
-        count += entry.th32OwnerProcessID == GetCurrentProcessId();
-    CloseHandle(snapshot);
-    return count;
+// Whether the thread of that id still runs; waits up to ms for it to end.
+bool ThreadRuns(DWORD id, DWORD ms = 0) {
+    HANDLE thread = OpenThread(SYNCHRONIZE, FALSE, id);
+    if (!thread) return false;
+    const bool runs = WaitForSingleObject(thread, ms) == WAIT_TIMEOUT;
+    CloseHandle(thread);
+    return runs;
 }
 
 // RoutvaneBrowser through the WinINet settings naming one PAC URL, with
@@ -252,33 +248,34 @@ TEST_F(UntrustedTest, HostileServersAreLeftAtTheirBound) {
 TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
     ASSERT_TRUE(WaitForAbandonedWorkers(30000));
     StartTrace("twenty");
-    const long threads = ThreadCount();
     DWORD handles = 0;
     GetProcessHandleCount(GetCurrentProcess(), &handles);
+    std::vector<DWORD> workers;
     {
         LoopbackHttpServer server;
         server.serve("/proxy.pac", Hostile([](HttpResponse &r) { r.delayMs = 60000; }));
-        int stalledCalls = 0, refusedCalls = 0;
+        int stalledCalls = 0;
         for (int i = 0; i < 20; ++i) {
             const Resolve got = Run(server.url("/proxy.pac"));
             EXPECT_EQ(got.status, 2u) << i;
             EXPECT_LE(got.ms, 1000 + kMarginMs) << i;
-            (got.ms >= 980 ? stalledCalls : refusedCalls) += 1;
+            stalledCalls += got.ms >= 980;
         }
         EXPECT_EQ(stalledCalls, kMaxAbandonedWorkers);
         EXPECT_EQ(Messages("Download refused:  8 abandoned workers still run").size(), 12u);
+        for (const std::string &line : Messages("Download runs on worker thread "))
+            workers.push_back(std::stoul(line.substr(line.rfind(' ') + 1)));
+        EXPECT_EQ(workers.size(), 8u);
+        for (DWORD id : workers) EXPECT_TRUE(ThreadRuns(id)) << id;
         EXPECT_EQ(AbandonedWorkers(), kMaxAbandonedWorkers);
-        EXPECT_LE(ThreadCount(), threads + kMaxAbandonedWorkers + 1);
         // Abandoned workers keep the module.
         EXPECT_EQ(ModuleLockCount(), kMaxAbandonedWorkers);
         EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
     }
+    // With the server gone every worker ends by itself.
     EXPECT_TRUE(WaitForAbandonedWorkers(30000)) << AbandonedWorkers() << " still run";
+    for (DWORD id : workers) EXPECT_FALSE(ThreadRuns(id, 5000)) << id;
     EXPECT_EQ(ModuleLockCount(), 0);
-    // A worker leaves the count just before its thread ends: at most a
-    // couple may still be on their way out.
-    EXPECT_LE(ThreadCount(), threads + 2);
-
     DWORD handlesAfter = 0;
     GetProcessHandleCount(GetCurrentProcess(), &handlesAfter);
     EXPECT_LE(handlesAfter, handles + 4);
