@@ -6,6 +6,7 @@ set(ROUTVANE_CORE_SOURCES
   src/trace/ZelComponent.cpp
   src/trace/ZelTraceManager.cpp
   src/trace/tracefunc.cpp
+  src/com/ComGuard.cpp
   src/com/Module.cpp
   src/com/Registration.cpp
   src/pac/SafeRegex.cpp

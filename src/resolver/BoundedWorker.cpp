@@ -143,14 +143,22 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
         SetLastError(parameter ? error : ERROR_NOT_ENOUGH_MEMORY);
         return {BoundedOutcome::NoThread, 0};
     }
-    onStart(threadId);
+    // From here the worker runs: nothing may leave before it is waited for
+    // or abandoned, so a failing trace line is dropped.
+    try {
+        onStart(threadId);
+    } catch (...) {
+    }
 
     for (;;) {
         const WaitDecision next =
             NextWait(GetTickCount(), state->progress.lastTick(), start, bounds);
         if (next.verdict != WaitVerdict::Wait) {
             if (!Abandon(*state)) break;  // it finished at the last moment
-            onExpiry();
+            try {
+                onExpiry();
+            } catch (...) {
+            }
             return {next.verdict == WaitVerdict::Stalled ? BoundedOutcome::Stalled
                                                          : BoundedOutcome::TimedOut,
                     threadId};

@@ -54,6 +54,7 @@ private:
     bool enabled() const;
     void appendNumber(const char *format, ...);
     void writeScopeLine(bool exiting, uint32_t delta);
+    void writeExitLines();
 
     int level_ = 0;
     std::string text_;
