@@ -53,6 +53,27 @@ TEST(NextWait, DecidesFromTheThreeTicks) {
     }
 }
 
+TEST(RunBounded, TheWorkerRunsUnderTheCallersImpersonationToken) {
+    for (const bool impersonating : {false, true}) {
+        if (impersonating) {
+            ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
+        }
+        auto hadToken = std::make_shared<std::atomic<bool>>(false);
+        const BoundedRun run = RunBounded(
+            [hadToken](WorkProgress &) {
+                HANDLE token = nullptr;
+                if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) {
+                    *hadToken = true;
+                    CloseHandle(token);
+                }
+            },
+            WaitBounds{kNoBound, 10000}, [](DWORD) {}, [] {});
+        if (impersonating) RevertToSelf();
+        EXPECT_TRUE(run.outcome == BoundedOutcome::Done) << impersonating;
+        EXPECT_EQ(hadToken->load(), impersonating);
+    }
+}
+
 // A listener that never accepts, its queue filled: a connection attempt
 // waits for a place that never comes.
 class FullBacklog {
@@ -279,6 +300,67 @@ TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
     DWORD handlesAfter = 0;
     GetProcessHandleCount(GetCurrentProcess(), &handlesAfter);
     EXPECT_LE(handlesAfter, handles + 4);
+}
+
+// The library as a client loads it: an abandoned worker keeps it loaded
+// after the client's FreeLibrary, and it goes when the worker ends.
+TEST_F(UntrustedTest, TheLibraryStaysLoadedUntilItsLastWorkerEnds) {
+    auto server = std::make_unique<LoopbackHttpServer>();
+    server->serve("/proxy.pac", Hostile([](HttpResponse &r) { r.delayMs = 60000; }));
+    // The library's own WinINet settings come from Wine, which names no
+    // script: the script is named by Navigator's preferences instead.
+    const std::string navigator = "Software\\Netscape\\Netscape Navigator";
+    ScopedKeyRemoved machine(HKEY_LOCAL_MACHINE, "Software\\Netscape");
+    ScopedKeyRemoved user(HKEY_CURRENT_USER, "Software\\Netscape");
+    ScopedBrowserCommand browser("\"C:\\Program Files\\Netscape\\netscape.exe\" %1");
+    CreateDirectoryA(dir_.file("Program").c_str(), nullptr);
+    CreateDirectoryA(dir_.file("Users").c_str(), nullptr);
+    CreateDirectoryA(dir_.file("Users\\alice").c_str(), nullptr);
+    WriteFileText(dir_.file("Users\\alice\\prefs.js"),
+                  "user_pref(\"network.proxy.type\", 2);\n"
+                  "user_pref(\"network.proxy.autoconfig_url\", \"" +
+                      server->url("/proxy.pac") + "\");\n");
+    auto version = ScopedRegistryValue::String("CurrentVersion", "4.8 (en)", HKEY_LOCAL_MACHINE,
+                                               navigator);
+    auto install = ScopedRegistryValue::String("Install Directory", dir_.file("Program"),
+                                               HKEY_LOCAL_MACHINE, navigator + "\\4.8 (en)\\Main");
+    auto current = ScopedRegistryValue::String("CurrentUser", "alice", HKEY_CURRENT_USER,
+                                               navigator + "\\biff");
+    StartTrace("library");
+    char path[MAX_PATH];
+    GetModuleFileNameA(nullptr, path, sizeof path);
+    std::string dll = path;
+    dll = dll.substr(0, dll.find_last_of("\\/") + 1) + "routvane.dll";
+    HMODULE library = LoadLibraryA(dll.c_str());
+    ASSERT_NE(library, nullptr) << dll;
+    using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
+    using CanUnloadNow = HRESULT(WINAPI *)();
+    const auto getClassObject = reinterpret_cast<GetClassObject>(
+        reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));
+    const auto canUnloadNow = reinterpret_cast<CanUnloadNow>(
+        reinterpret_cast<void *>(GetProcAddress(library, "DllCanUnloadNow")));
+    IClassFactory *factory = nullptr;
+    ASSERT_EQ(getClassObject(CLSID_Routvane, IID_IClassFactory, reinterpret_cast<void **>(&factory)),
+              S_OK);
+    IRoutvane *resolver = nullptr;
+    ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane, reinterpret_cast<void **>(&resolver)),
+              S_OK);
+    factory->Release();
+    const DWORD start = GetTickCount();
+    EXPECT_EQ(resolver->RoutvaneBrowser(0, "www.example.com", 80), 2u);
+    EXPECT_LE(GetTickCount() - start, 1000 + kMarginMs);
+    resolver->Release();
+    const auto lines = Messages("Download runs on worker thread ");
+    ASSERT_EQ(lines.size(), 1u);
+    HANDLE worker = OpenThread(SYNCHRONIZE, FALSE, std::stoul(lines[0].substr(lines[0].rfind(' ') + 1)));
+    ASSERT_NE(worker, nullptr);
+    EXPECT_EQ(canUnloadNow(), S_FALSE);
+    FreeLibrary(library);
+    EXPECT_EQ(GetModuleHandleA(dll.c_str()), library);
+    server.reset();
+    EXPECT_EQ(WaitForSingleObject(worker, 10000), WAIT_OBJECT_0);
+    CloseHandle(worker);
+    EXPECT_EQ(GetModuleHandleA(dll.c_str()), nullptr);
 }
 
 // Last: the endless script's worker never ends.
