@@ -46,8 +46,8 @@ struct WorkerState {
     HMODULE module = nullptr;  // the worker's reference to this module
 };
 
-// The caller's impersonation token, duplicated for the worker; empty when
-// the caller runs as the process.
+// The caller's impersonation token, opened for the worker; null when the
+// caller runs as the process.
 HANDLE ImpersonationToken() {
     HANDLE token = nullptr;
     if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE | TOKEN_QUERY, TRUE, &token))

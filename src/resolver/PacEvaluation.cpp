@@ -27,11 +27,13 @@ const uint32_t kDefaultScriptTimeoutSeconds = 30;
 // The registry value that lets a script run as long as it likes.
 const uint32_t kNoScriptTimeout = 0xFFFFFFFF;
 
-// Initialises COM on the calling thread for a scope, the engine's
-// apartment.
+// Joins the calling thread to the process's multithreaded apartment for a
+// scope. The engine's class lives in either kind of apartment and is used
+// by this thread alone; a single-threaded apartment of its own would cost
+// every evaluation an apartment's set-up and tear-down.
 class ComApartment {
 public:
-    ComApartment() : hr_(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)) {}
+    ComApartment() : hr_(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) {}
     ~ComApartment() {
         if (SUCCEEDED(hr_)) CoUninitialize();
     }
@@ -78,7 +80,7 @@ private:
 };
 
 // The worker's part: an engine of its own, created, used and released on
-// this thread, in an apartment of its own.
+// this thread.
 void RunEvaluation(Evaluation &e) {
     ComApartment apartment;
     // The one place the evaluation's script host is made.
@@ -162,13 +164,16 @@ uint32_t Routvane::EvaluateAutoProxyScript(const std::string &script, const std:
         tf << "Script timed out: PACScriptTimeout (" << bounds.totalMs
            << " ms) passed; InterruptScriptThread:  " << ZelHexValue(interrupted) << endtrace;
         return ROUTVANE_FAILED;
-    case BoundedOutcome::Refused:
-        tf << "Script refused:  " << AbandonedWorkers() << " abandoned workers still run"
-           << endtrace;
+    case BoundedOutcome::Refused: {
+        const long running = AbandonedWorkers();
+        tf << "Script refused:  " << running << " abandoned workers still run" << endtrace;
         return ROUTVANE_FAILED;
-    case BoundedOutcome::NoThread:
-        tf << "CreateThread failed:  " << GetLastError() << endtrace;
+    }
+    case BoundedOutcome::NoThread: {
+        const DWORD error = GetLastError();
+        tf << "CreateThread failed:  " << error << endtrace;
         return ROUTVANE_FAILED;
+    }
     }
 
     const Evaluation &done = *evaluation;

@@ -46,7 +46,10 @@ public:
     DownloadHandles(const DownloadHandles &) = delete;
     DownloadHandles &operator=(const DownloadHandles &) = delete;
 
-    // Null once closed: a worker's later call then fails at once.
+    // Null once closed: a worker's later call then fails at once. A close
+    // between the worker's read of a value and its call with it still
+    // reaches WinINet with that value: the window is one call's start, not
+    // the whole wait, and WinINet looks the value up under its own lock.
     HINTERNET session() {
         std::lock_guard<std::mutex> lock(mutex_);
         return session_;
@@ -279,13 +282,16 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
         tf << "Download timed out: WPADDownloadTimeout (" << bounds.totalMs << " ms) passed"
            << endtrace;
         return ROUTVANE_FAILED;
-    case BoundedOutcome::Refused:
-        tf << "Download refused:  " << AbandonedWorkers() << " abandoned workers still run"
-           << endtrace;
+    case BoundedOutcome::Refused: {
+        const long running = AbandonedWorkers();
+        tf << "Download refused:  " << running << " abandoned workers still run" << endtrace;
         return ROUTVANE_FAILED;
-    case BoundedOutcome::NoThread:
-        tf << "CreateThread failed:  " << GetLastError() << endtrace;
+    }
+    case BoundedOutcome::NoThread: {
+        const DWORD error = GetLastError();
+        tf << "CreateThread failed:  " << error << endtrace;
         return ROUTVANE_FAILED;
+    }
     }
     download->handles.CloseAll();
     if (!download->failure.empty()) tf << download->failure << endtrace;
