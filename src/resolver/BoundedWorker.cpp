@@ -44,6 +44,10 @@ struct WorkerState {
     std::atomic<int> phase{kRunning};
     KernelHandle token;  // the caller's impersonation token, if any
     HMODULE module = nullptr;  // the worker's reference to this module
+    // Set once the worker has given back all but its thread and module
+    // reference: the caller need not wait for the thread's exit, which
+    // notifies every loaded library.
+    KernelHandle done;
 };
 
 // The caller's impersonation token, opened for the worker; null when the
@@ -68,7 +72,6 @@ void RunWork(WorkerState &state) {
 
 DWORD WINAPI WorkerMain(void *parameter) {
     HMODULE module = nullptr;
-    bool abandoned = false;
     {
         std::unique_ptr<std::shared_ptr<WorkerState>> owned(
             static_cast<std::shared_ptr<WorkerState> *>(parameter));
@@ -77,12 +80,13 @@ DWORD WINAPI WorkerMain(void *parameter) {
         module = state->module;
         RunWork(*state);
         int running = kRunning;
-        abandoned = !state->phase.compare_exchange_strong(running, kFinished);
+        const bool abandoned = !state->phase.compare_exchange_strong(running, kFinished);
         // What the work owns goes before the worker says it is gone.
         state->work = nullptr;
+        ModuleLockServer(false);
+        if (abandoned) AbandonedCountChanged(-1);
+        SetEvent(state->done.value);
     }
-    ModuleLockServer(false);
-    if (abandoned) AbandonedCountChanged(-1);
     // The module stays mapped until the thread has left its code.
     FreeLibraryAndExitThread(module, 0);
     return 0;
@@ -121,6 +125,8 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
     auto state = std::make_shared<WorkerState>(start);
     state->work = std::move(work);
     state->token.value = ImpersonationToken();
+    state->done.value = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    if (!state->done.value) return {BoundedOutcome::NoThread, 0};
 
     // The worker's own reference to the module, given back by
     // FreeLibraryAndExitThread as its last act, and the lock count that
@@ -154,7 +160,12 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
         const WaitDecision next =
             NextWait(GetTickCount(), state->progress.lastTick(), start, bounds);
         if (next.verdict != WaitVerdict::Wait) {
-            if (!Abandon(*state)) break;  // it finished at the last moment
+            if (!Abandon(*state)) {
+                // It finished at the last moment and is giving back what
+                // it holds.
+                WaitForSingleObject(state->done.value, INFINITE);
+                break;
+            }
             try {
                 onExpiry();
             } catch (...) {
@@ -163,9 +174,9 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
                                                          : BoundedOutcome::TimedOut,
                     threadId};
         }
-        if (WaitForSingleObject(thread.value, next.waitMs) == WAIT_OBJECT_0) break;
+        if (WaitForSingleObject(state->done.value, next.waitMs) == WAIT_OBJECT_0) break;
     }
-    // Finished: the thread has ended, everything it wrote is visible.
+    // Finished: everything the worker wrote is visible.
     return {BoundedOutcome::Done, threadId};
 }
 
