@@ -128,8 +128,7 @@ TEST_F(PacRetrievalTest, TheScriptIsTheWholeTextWhenItNamesTheFunction) {
     large.replace(large.size() - tail.size(), tail.size(), tail);
     const auto none = HttpResponse::kBodySize;
     // The late and stalled answers keep their pauses well inside the
-    // bound, however loaded the machine.
-    const auto bound = ScopedRegistryValue::Dword("WPADConnectTimeout", 10);
+    // fixture's bound, however loaded the machine.
     // A row with a prefix floor accepts any prefix of the body at least that
     // long: a server that sends more than its Content-Length leaves it to
     // WinINet how much of the surplus arrives before the reading loop sees
