@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include "com/Module.h"
 
@@ -43,12 +44,43 @@ struct WorkerState {
     WorkProgress progress;
     std::atomic<int> phase{kRunning};
     KernelHandle token;  // the caller's impersonation token, if any
-    HMODULE module = nullptr;  // the worker's reference to this module
-    // Set once the worker has given back all but its thread and module
-    // reference: the caller need not wait for the thread's exit, which
-    // notifies every loaded library.
+    // Set once the worker has given back everything of the job: the caller
+    // need not wait for a thread's exit, which notifies every loaded
+    // library.
     KernelHandle done;
 };
+
+// A worker thread. It serves jobs one after another: a finished worker
+// waits kLingerMs for the next job, so that a client resolving target
+// after target does not pay a thread's start and exit each time. It holds
+// a reference to the module for its whole life, given back by
+// FreeLibraryAndExitThread as its last act; the module's lock count is
+// held per job only, so an idle worker does not keep DllCanUnloadNow
+// from answering S_OK (the module then goes when the worker does).
+struct WorkerThread {
+    HMODULE module = nullptr;
+    DWORD id = 0;
+    KernelHandle wake;  // auto-reset: a job was handed over
+    std::shared_ptr<WorkerState> next;
+};
+
+const DWORD kLingerMs = 2000;
+
+// The one idle worker, if any; guarded by g_idleMutex.
+std::mutex g_idleMutex;
+WorkerThread *g_idle = nullptr;
+
+// Hands the job to the idle worker, if there is one; its thread id, or 0.
+// Under the lock, so that a worker whose wait ends at the same moment
+// finds the job already there.
+DWORD HandToIdleWorker(const std::shared_ptr<WorkerState> &job) {
+    std::lock_guard<std::mutex> lock(g_idleMutex);
+    WorkerThread *idle = std::exchange(g_idle, nullptr);
+    if (!idle) return 0;
+    idle->next = job;
+    SetEvent(idle->wake.value);
+    return idle->id;
+}
 
 // The caller's impersonation token, opened for the worker; null when the
 // caller runs as the process.
@@ -70,26 +102,81 @@ void RunWork(WorkerState &state) {
     if (state.token.value) SetThreadToken(nullptr, nullptr);
 }
 
+// Runs one job to its end; true when the caller still waited for it.
+bool ServeJob(const std::shared_ptr<WorkerState> &state) {
+    RunWork(*state);
+    int running = kRunning;
+    const bool waitedFor = state->phase.compare_exchange_strong(running, kFinished);
+    // What the work owns goes before the worker says it is done.
+    state->work = nullptr;
+    ModuleLockServer(false);
+    if (!waitedFor) AbandonedCountChanged(-1);
+    SetEvent(state->done.value);
+    return waitedFor;
+}
+
+// Offers this worker for the next job for kLingerMs; the job handed over,
+// or null when none came and the worker is no longer offered.
+std::shared_ptr<WorkerState> NextJob(WorkerThread &self) {
+    {
+        std::lock_guard<std::mutex> lock(g_idleMutex);
+        if (g_idle) return nullptr;  // one idle worker is enough
+        g_idle = &self;
+    }
+    WaitForSingleObject(self.wake.value, kLingerMs);
+    std::lock_guard<std::mutex> lock(g_idleMutex);
+    if (g_idle == &self) {
+        g_idle = nullptr;
+        return nullptr;
+    }
+    // Taken, possibly just as the wait ended: the job is there either way.
+    return std::move(self.next);
+}
+
 DWORD WINAPI WorkerMain(void *parameter) {
     HMODULE module = nullptr;
     {
-        std::unique_ptr<std::shared_ptr<WorkerState>> owned(
-            static_cast<std::shared_ptr<WorkerState> *>(parameter));
-        const std::shared_ptr<WorkerState> state = *owned;
-        owned.reset();
-        module = state->module;
-        RunWork(*state);
-        int running = kRunning;
-        const bool abandoned = !state->phase.compare_exchange_strong(running, kFinished);
-        // What the work owns goes before the worker says it is gone.
-        state->work = nullptr;
-        ModuleLockServer(false);
-        if (abandoned) AbandonedCountChanged(-1);
-        SetEvent(state->done.value);
+        std::unique_ptr<WorkerThread> self(static_cast<WorkerThread *>(parameter));
+        self->id = GetCurrentThreadId();
+        module = self->module;
+        // An abandoned worker serves no further job: it may have been
+        // held for minutes by a server, and ends as soon as it is free.
+        for (std::shared_ptr<WorkerState> job = std::move(self->next);
+             job && ServeJob(job); job = NextJob(*self)) {
+            job.reset();
+        }
     }
     // The module stays mapped until the thread has left its code.
     FreeLibraryAndExitThread(module, 0);
     return 0;
+}
+
+// Starts a new worker thread with its first job; its id, 0 when none
+// could be started (the error is then the last error).
+DWORD StartWorker(const std::shared_ptr<WorkerState> &job) {
+    auto *worker = new (std::nothrow) WorkerThread();
+    if (!worker) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return 0;
+    }
+    std::unique_ptr<WorkerThread> owned(worker);
+    worker->wake.value = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    if (!worker->wake.value ||
+        !GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                            reinterpret_cast<LPCSTR>(&WorkerMain), &worker->module))
+        return 0;
+    worker->next = job;
+    DWORD id = 0;
+    KernelHandle thread(CreateThread(nullptr, 0, WorkerMain, worker, 0, &id));
+    if (!thread.value) {
+        const DWORD error = GetLastError();
+        FreeLibrary(worker->module);
+        SetLastError(error);
+        return 0;
+    }
+    // The thread owns it now.
+    owned.release();
+    return id;
 }
 
 // Abandons a running worker; false when it finished meanwhile.
@@ -128,26 +215,18 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
     state->done.value = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     if (!state->done.value) return {BoundedOutcome::NoThread, 0};
 
-    // The worker's own reference to the module, given back by
-    // FreeLibraryAndExitThread as its last act, and the lock count that
-    // makes DllCanUnloadNow answer S_FALSE while it runs.
-    HMODULE &module = state->module;
-    if (!GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                            reinterpret_cast<LPCSTR>(&WorkerMain), &module))
-        return {BoundedOutcome::NoThread, 0};
+    // The lock count that makes DllCanUnloadNow answer S_FALSE while the
+    // job runs; the worker gives it back when the job ends.
     ModuleLockServer(true);
-    auto *parameter = new (std::nothrow) std::shared_ptr<WorkerState>(state);
-    DWORD threadId = 0;
-    KernelHandle thread(parameter ? CreateThread(nullptr, 0, WorkerMain, parameter, 0, &threadId)
-                                  : nullptr);
-    if (!thread.value) {
-        const DWORD error = GetLastError();
-        delete parameter;
-        ModuleLockServer(false);
-        FreeLibrary(module);
-        module = nullptr;
-        SetLastError(parameter ? error : ERROR_NOT_ENOUGH_MEMORY);
-        return {BoundedOutcome::NoThread, 0};
+    DWORD threadId = HandToIdleWorker(state);
+    if (threadId == 0) {
+        threadId = StartWorker(state);
+        if (threadId == 0) {
+            const DWORD error = GetLastError();
+            ModuleLockServer(false);
+            SetLastError(error);
+            return {BoundedOutcome::NoThread, 0};
+        }
     }
     // From here the worker runs: nothing may leave before it is waited for
     // or abandoned, so a failing trace line is dropped.
