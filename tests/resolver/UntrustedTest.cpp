@@ -302,11 +302,11 @@ TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
     EXPECT_LE(handlesAfter, handles + 4);
 }
 
-// The library as a client loads it: an abandoned worker keeps it loaded
-// after the client's FreeLibrary, and it goes when the worker ends.
+// The library as a client loads it: a worker keeps it loaded after the
+// client's FreeLibrary, and it goes when the worker ends: an abandoned one
+// when its server lets go, an idle one when no further job comes.
 TEST_F(UntrustedTest, TheLibraryStaysLoadedUntilItsLastWorkerEnds) {
     auto server = std::make_unique<LoopbackHttpServer>();
-    server->serve("/proxy.pac", Hostile([](HttpResponse &r) { r.delayMs = 60000; }));
     // The library's own WinINet settings come from Wine, which names no
     // script: the script is named by Navigator's preferences instead.
     const std::string navigator = "Software\\Netscape\\Netscape Navigator";
@@ -326,41 +326,64 @@ TEST_F(UntrustedTest, TheLibraryStaysLoadedUntilItsLastWorkerEnds) {
                                                HKEY_LOCAL_MACHINE, navigator + "\\4.8 (en)\\Main");
     auto current = ScopedRegistryValue::String("CurrentUser", "alice", HKEY_CURRENT_USER,
                                                navigator + "\\biff");
-    StartTrace("library");
     char path[MAX_PATH];
     GetModuleFileNameA(nullptr, path, sizeof path);
     std::string dll = path;
     dll = dll.substr(0, dll.find_last_of("\\/") + 1) + "routvane.dll";
-    HMODULE library = LoadLibraryA(dll.c_str());
-    ASSERT_NE(library, nullptr) << dll;
-    using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
-    using CanUnloadNow = HRESULT(WINAPI *)();
-    const auto getClassObject = reinterpret_cast<GetClassObject>(
-        reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));
-    const auto canUnloadNow = reinterpret_cast<CanUnloadNow>(
-        reinterpret_cast<void *>(GetProcAddress(library, "DllCanUnloadNow")));
-    IClassFactory *factory = nullptr;
-    ASSERT_EQ(getClassObject(CLSID_Routvane, IID_IClassFactory, reinterpret_cast<void **>(&factory)),
-              S_OK);
-    IRoutvane *resolver = nullptr;
-    ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane, reinterpret_cast<void **>(&resolver)),
-              S_OK);
-    factory->Release();
-    const DWORD start = GetTickCount();
-    EXPECT_EQ(resolver->RoutvaneBrowser(0, "www.example.com", 80), 2u);
-    EXPECT_LE(GetTickCount() - start, 1000 + kMarginMs);
-    resolver->Release();
-    const auto lines = Messages("Download runs on worker thread ");
-    ASSERT_EQ(lines.size(), 1u);
-    HANDLE worker = OpenThread(SYNCHRONIZE, FALSE, std::stoul(lines[0].substr(lines[0].rfind(' ') + 1)));
-    ASSERT_NE(worker, nullptr);
-    EXPECT_EQ(canUnloadNow(), S_FALSE);
-    FreeLibrary(library);
-    EXPECT_EQ(GetModuleHandleA(dll.c_str()), library);
-    server.reset();
-    EXPECT_EQ(WaitForSingleObject(worker, 10000), WAIT_OBJECT_0);
-    CloseHandle(worker);
-    EXPECT_EQ(GetModuleHandleA(dll.c_str()), nullptr);
+    const struct {
+        const char *name;
+        HttpResponse response;
+        unsigned status;
+        HRESULT canUnload;  // once the client let go of its objects
+    } rows[] = {
+        {"abandoned", Hostile([](HttpResponse &r) { r.delayMs = 60000; }), 2, S_FALSE},
+        {"idle", HttpResponse::Text(kProxyScript), 0, S_OK},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        server->serve("/proxy.pac", row.response);
+        StartTrace(std::string("library ") + row.name);
+        HMODULE library = LoadLibraryA(dll.c_str());
+        ASSERT_NE(library, nullptr) << dll;
+        using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
+        using CanUnloadNow = HRESULT(WINAPI *)();
+        const auto getClassObject = reinterpret_cast<GetClassObject>(
+            reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));
+        const auto canUnloadNow = reinterpret_cast<CanUnloadNow>(
+            reinterpret_cast<void *>(GetProcAddress(library, "DllCanUnloadNow")));
+        IClassFactory *factory = nullptr;
+        ASSERT_EQ(getClassObject(CLSID_Routvane, IID_IClassFactory,
+                                 reinterpret_cast<void **>(&factory)),
+                  S_OK);
+        IRoutvane *resolver = nullptr;
+        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane,
+                                          reinterpret_cast<void **>(&resolver)),
+                  S_OK);
+        factory->Release();
+        const DWORD start = GetTickCount();
+        EXPECT_EQ(resolver->RoutvaneBrowser(0, "www.example.com", 80), row.status);
+        EXPECT_LE(GetTickCount() - start, 1000 + kMarginMs);
+        resolver->Release();
+        const auto lines = Messages("runs on worker thread ");
+        ASSERT_FALSE(lines.empty());
+        const std::string &last = lines.back();
+        HANDLE worker = OpenThread(SYNCHRONIZE, FALSE, std::stoul(last.substr(last.rfind(' ') + 1)));
+        ASSERT_NE(worker, nullptr);
+        EXPECT_EQ(canUnloadNow(), row.canUnload);
+        FreeLibrary(library);
+        EXPECT_EQ(GetModuleHandleA(dll.c_str()), library);
+        if (row.status == 2) server = std::make_unique<LoopbackHttpServer>();
+        EXPECT_EQ(WaitForSingleObject(worker, 10000), WAIT_OBJECT_0);
+        CloseHandle(worker);
+        EXPECT_EQ(GetModuleHandleA(dll.c_str()), nullptr);
+        if (row.status == 2) {
+            // The new server's address for the next row.
+            WriteFileText(dir_.file("Users\\alice\\prefs.js"),
+                          "user_pref(\"network.proxy.type\", 2);\n"
+                          "user_pref(\"network.proxy.autoconfig_url\", \"" +
+                              server->url("/proxy.pac") + "\");\n");
+        }
+    }
 }
 
 // Last: the endless script's worker never ends.
