@@ -6,12 +6,14 @@ set(ROUTVANE_CORE_SOURCES
   src/trace/ZelComponent.cpp
   src/trace/ZelTraceManager.cpp
   src/trace/tracefunc.cpp
+  src/com/ComGuard.cpp
   src/com/Module.cpp
   src/com/Registration.cpp
   src/pac/SafeRegex.cpp
   src/pac/ComOwners.cpp
   src/pac/PacGuids.cpp
   src/pac/MyScriptSite.cpp
+  src/pac/HostSecurity.cpp
   src/pac/ScriptHost.cpp
   src/pac/FindProxyForURL.cpp
   src/pac/HostFunctions.cpp
@@ -19,6 +21,7 @@ set(ROUTVANE_CORE_SOURCES
   src/resolver/Routvane.cpp
   src/resolver/WinInetSettings.cpp
   src/resolver/ProxyParsing.cpp
+  src/resolver/BoundedWorker.cpp
   src/resolver/PacRetrieval.cpp
   src/resolver/PacAnswer.cpp
   src/resolver/PacEvaluation.cpp

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "com/COvrenaUnknown.h"
+#include "com/ComGuard.h"
 
 class COvrenaFactoryBase {};
 
@@ -14,14 +15,16 @@ public:
     STDMETHODIMP CreateInstance(IUnknown *outer, REFIID iid, void **out) override {
         if (out) *out = nullptr;
         if (outer) return CLASS_E_NOAGGREGATION;
-        T *object = new (std::nothrow) T();
-        if (!object) return E_OUTOFMEMORY;
-        // The object starts at count 0: the caller's pointer is its only
-        // reference, and a refused interface must not leave it alive.
-        object->AddRef();
-        const HRESULT hr = object->QueryInterface(iid, out);
-        object->Release();
-        return hr;
+        return GuardedCall("COvrenaFactory::CreateInstance", E_OUTOFMEMORY, [&] {
+            T *object = new (std::nothrow) T();
+            if (!object) return E_OUTOFMEMORY;
+            // The object starts at count 0: the caller's pointer is its only
+            // reference, and a refused interface must not leave it alive.
+            object->AddRef();
+            const HRESULT hr = object->QueryInterface(iid, out);
+            object->Release();
+            return hr;
+        });
     }
 
     STDMETHODIMP LockServer(BOOL lock) override {

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "com/COvrenaFactory.h"
+#include "com/ComGuard.h"
 #include "resolver/Routvane.h"
 
 namespace {
@@ -39,14 +40,16 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, LPVOID *out) {
     if (!out) return E_POINTER;
     *out = nullptr;
     if (!IsEqualCLSID(clsid, CLSID_Routvane)) return CLASS_E_CLASSNOTAVAILABLE;
-    // A fresh class object for every call; a refused interface destroys it
-    // again through the final Release.
-    auto *factory = new (std::nothrow) COvrenaFactory<Routvane>();
-    if (!factory) return E_OUTOFMEMORY;
-    factory->AddRef();
-    const HRESULT hr = factory->QueryInterface(iid, out);
-    factory->Release();
-    return hr;
+    return GuardedCall("DllGetClassObject", E_OUTOFMEMORY, [&] {
+        // A fresh class object for every call; a refused interface destroys
+        // it again through the final Release.
+        auto *factory = new (std::nothrow) COvrenaFactory<Routvane>();
+        if (!factory) return E_OUTOFMEMORY;
+        factory->AddRef();
+        const HRESULT hr = factory->QueryInterface(iid, out);
+        factory->Release();
+        return hr;
+    });
 }
 
 STDAPI DllCanUnloadNow() {

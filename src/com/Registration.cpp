@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "com/ComGuard.h"
 #include "com/Module.h"
 #include "routvane.h"
 #include "util/Registry.h"
@@ -60,9 +61,7 @@ LONG DeleteTree(HKEY parent, const char *name) {
     return RegDeleteKeyA(parent, name);
 }
 
-}  // namespace
-
-STDAPI DllRegisterServer() {
+HRESULT Register() {
     std::string clsid;
     char path[512] = "";
     if (!ClsidText(clsid) || !ModuleFileName(path, sizeof path)) return S_OK;
@@ -82,11 +81,19 @@ STDAPI DllRegisterServer() {
     return S_OK;
 }
 
-STDAPI DllUnregisterServer() {
+HRESULT Unregister() {
     std::string clsid;
     if (!ClsidText(clsid)) return S_OK;
     DeleteTree(HKEY_CLASSES_ROOT, ("CLSID\\" + clsid).c_str());
     DeleteTree(HKEY_CLASSES_ROOT, kProgId);
     DeleteTree(HKEY_CLASSES_ROOT, kProgIdVersioned);
     return S_OK;
+}
+
+}  // namespace
+
+STDAPI DllRegisterServer() { return GuardedCall("DllRegisterServer", E_OUTOFMEMORY, Register); }
+
+STDAPI DllUnregisterServer() {
+    return GuardedCall("DllUnregisterServer", E_OUTOFMEMORY, Unregister);
 }

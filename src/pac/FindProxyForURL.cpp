@@ -2,6 +2,7 @@
 
 #include <winsock2.h>
 
+#include "com/ComGuard.h"
 #include "pac/ComOwners.h"
 #include "pac/DateFunctions.h"
 #include "pac/SafeRegex.h"
@@ -101,20 +102,19 @@ namespace {
 // A helper never fails towards the script: false unless its test passes,
 // and a fault on the way leaves false.
 template <class Test>
-HRESULT AnswerBool(VARIANT_BOOL *ret, Test test) {
+HRESULT AnswerBool(const char *function, VARIANT_BOOL *ret, Test test) {
     if (!ret) return E_POINTER;
     *ret = VARIANT_FALSE;
-    try {
+    return GuardedCall(function, S_OK, [&] {
         if (test()) *ret = VARIANT_TRUE;
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 }  // namespace
 
 STDMETHODIMP FindProxyForURL::shExpMatch(BSTR str, BSTR shexp, VARIANT_BOOL *ret) {
-    return AnswerBool(ret, [&] {
+    return AnswerBool("FindProxyForURL::shExpMatch", ret, [&] {
         const std::string text = NarrowFromBstr(str);
         const std::string pattern = NarrowFromBstr(shexp);
         // The regular-expression library reads C strings: a NUL inside
@@ -126,14 +126,14 @@ STDMETHODIMP FindProxyForURL::shExpMatch(BSTR str, BSTR shexp, VARIANT_BOOL *ret
 }
 
 STDMETHODIMP FindProxyForURL::weekdayRange(BSTR wd1, BSTR wd2, BSTR gmt, VARIANT_BOOL *ret) {
-    return AnswerBool(ret, [&] {
+    return AnswerBool("FindProxyForURL::weekdayRange", ret, [&] {
         return WeekdayRangeMatches(WideFromBstr(wd1), WideFromBstr(wd2), WideFromBstr(gmt));
     });
 }
 
 STDMETHODIMP FindProxyForURL::dateRange(VARIANT p1, VARIANT p2, VARIANT p3, VARIANT p4,
                                         VARIANT p5, VARIANT p6, VARIANT gmt, VARIANT_BOOL *ret) {
-    return AnswerBool(ret, [&] {
+    return AnswerBool("FindProxyForURL::dateRange", ret, [&] {
         const VARIANT args[] = {p1, p2, p3, p4, p5, p6, gmt};
         return DateRangeMatches(args);
     });
@@ -141,7 +141,7 @@ STDMETHODIMP FindProxyForURL::dateRange(VARIANT p1, VARIANT p2, VARIANT p3, VARI
 
 STDMETHODIMP FindProxyForURL::timeRange(VARIANT p1, VARIANT p2, VARIANT p3, VARIANT p4,
                                         VARIANT p5, VARIANT p6, VARIANT gmt, VARIANT_BOOL *ret) {
-    return AnswerBool(ret, [&] {
+    return AnswerBool("FindProxyForURL::timeRange", ret, [&] {
         const VARIANT args[] = {p1, p2, p3, p4, p5, p6, gmt};
         return TimeRangeMatches(args);
     });

@@ -12,6 +12,7 @@
 #include <initializer_list>
 #include <string>
 
+#include "com/ComGuard.h"
 #include "pac/ComOwners.h"
 #include "pac/FindProxyForURL.h"
 #include "trace/tracefunc.h"
@@ -93,22 +94,21 @@ bool Unparsable(const std::string &text) {
 STDMETHODIMP FindProxyForURL::isPlainHostname(BSTR hostname, VARIANT_BOOL *isplain) {
     if (!isplain) return E_POINTER;
     *isplain = VARIANT_FALSE;
-    try {
+    return GuardedCall("FindProxyForURL::isPlainHostname", S_OK, [&]() -> HRESULT {
         tracefunc tf(__LINE__, "FindProxyForURL", "FindProxyForURL::isPlainHostname");
         // Scripts call this once per rule: the name is converted only when
         // the trace keeps it.
         if (tf.enabled()) tf << "hostname=" << NarrowFromBstr(hostname);
         tf << endtrace;
         if (!hostname || !wmemchr(hostname, L'.', SysStringLen(hostname))) *isplain = VARIANT_TRUE;
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP FindProxyForURL::dnsDomainIs(BSTR hostText, BSTR domainText, VARIANT_BOOL *ret) {
     if (!ret) return E_POINTER;
     *ret = VARIANT_FALSE;
-    try {
+    return GuardedCall("FindProxyForURL::dnsDomainIs", S_OK, [&]() -> HRESULT {
         const std::wstring host = WideFromBstr(hostText);
         std::wstring domain = WideFromBstr(domainText);
         // The domain is written with its leading dot, ".example.com".
@@ -131,16 +131,15 @@ STDMETHODIMP FindProxyForURL::dnsDomainIs(BSTR hostText, BSTR domainText, VARIAN
                 break;
             }
         }
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP FindProxyForURL::localHostOrDomainIs(BSTR hostText, BSTR hostdomText,
                                                   VARIANT_BOOL *ret) {
     if (!ret) return E_POINTER;
     *ret = VARIANT_FALSE;
-    try {
+    return GuardedCall("FindProxyForURL::localHostOrDomainIs", S_OK, [&]() -> HRESULT {
         const std::wstring host = WideFromBstr(hostText);
         const std::wstring hostdom = WideFromBstr(hostdomText);
         if (LocalHostOrDomainMatches(host, hostdom)) {
@@ -150,27 +149,25 @@ STDMETHODIMP FindProxyForURL::localHostOrDomainIs(BSTR hostText, BSTR hostdomTex
             Note(CallText("localHostOrDomainIs", {hostText, hostdomText}) +
                  ": compared with the letter case, so false here");
         }
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP FindProxyForURL::isResolvable(BSTR host, VARIANT_BOOL *ret) {
     if (!ret) return E_POINTER;
     *ret = VARIANT_FALSE;
-    try {
+    return GuardedCall("FindProxyForURL::isResolvable", S_OK, [&]() -> HRESULT {
         in_addr address;
         if (LookUpHost(NarrowFromBstr(host), &address)) *ret = VARIANT_TRUE;
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP FindProxyForURL::isInNet(BSTR hostText, BSTR patternText, BSTR maskText,
                                       VARIANT_BOOL *ret) {
     if (!ret) return E_POINTER;
     *ret = VARIANT_FALSE;
-    try {
+    return GuardedCall("FindProxyForURL::isInNet", S_OK, [&]() -> HRESULT {
         // Unchecked on purpose: an unparsable pattern or mask is all ones.
         const unsigned long pattern = ParseAddress(NarrowFromBstr(patternText));
         const unsigned long mask = ParseAddress(NarrowFromBstr(maskText));
@@ -189,9 +186,8 @@ STDMETHODIMP FindProxyForURL::isInNet(BSTR hostText, BSTR patternText, BSTR mask
         }
         if (address == 0) return S_OK;
         if ((address & mask) == (pattern & mask)) *ret = VARIANT_TRUE;
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 void FindProxyForURL::NoteIsInNetReading(BSTR hostText, BSTR patternText, BSTR maskText) const {
@@ -209,7 +205,7 @@ void FindProxyForURL::NoteIsInNetReading(BSTR hostText, BSTR patternText, BSTR m
 STDMETHODIMP FindProxyForURL::dnsResolve(BSTR host, BSTR *ret) {
     if (!ret) return E_POINTER;
     *ret = nullptr;
-    try {
+    return GuardedCall("FindProxyForURL::dnsResolve", S_OK, [&]() -> HRESULT {
         ScopedBstr answer;
         in_addr address;
         if (LookUpHost(NarrowFromBstr(host), &address))
@@ -217,15 +213,14 @@ STDMETHODIMP FindProxyForURL::dnsResolve(BSTR host, BSTR *ret) {
         else
             answer = EmptyBstr();
         *ret = answer.release();
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP FindProxyForURL::myIpAddress(BSTR *ipaddr) {
     if (!ipaddr) return E_POINTER;
     *ipaddr = nullptr;
-    try {
+    return GuardedCall("FindProxyForURL::myIpAddress", S_OK, [&]() -> HRESULT {
         char name[256];
         if (gethostname(name, sizeof name) == SOCKET_ERROR) {
             *ipaddr = EmptyBstr().release();
@@ -235,20 +230,18 @@ STDMETHODIMP FindProxyForURL::myIpAddress(BSTR *ipaddr) {
         // Through the interface slot, as a script's own call would go.
         ScopedBstr wideName = BstrFromNarrow(name);
         static_cast<IFindProxyForUrl *>(this)->dnsResolve(wideName.get(), ipaddr);
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }
 
 STDMETHODIMP FindProxyForURL::dnsDomainLevels(BSTR host, int *ret) {
     if (!ret) return E_POINTER;
     *ret = 0;
-    try {
+    return GuardedCall("FindProxyForURL::dnsDomainLevels", S_OK, [&]() -> HRESULT {
         int dots = 0;
         for (const wchar_t c : WideFromBstr(host))
             if (c == L'.') ++dots;
         *ret = dots;
-    } catch (...) {
-    }
-    return S_OK;
+        return S_OK;
+    });
 }

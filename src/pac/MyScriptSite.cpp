@@ -2,8 +2,10 @@
 
 #include <cstdio>
 #include <cwchar>
+#include <new>
 
 #include "pac/FindProxyForURL.h"
+#include "pac/HostSecurity.h"
 
 namespace {
 
@@ -18,6 +20,29 @@ MyScriptSite::MyScriptSite(EvaluationObserver *observer) {
 
 MyScriptSite::MyScriptSite(IFindProxyForUrl *helper)
     : helper_(ComPtr<IFindProxyForUrl>::Share(helper)) {}
+
+STDMETHODIMP MyScriptSite::QueryInterface(REFIID iid, void **out) {
+    const HRESULT hr = Base::QueryInterface(iid, out);
+    if (hr != E_NOINTERFACE) return hr;
+    if (!IsEqualIID(iid, IID_IServiceProvider)) return E_NOINTERFACE;
+    *out = static_cast<IServiceProvider *>(this);
+    AddRef();
+    return S_OK;
+}
+
+STDMETHODIMP MyScriptSite::QueryService(REFGUID service, REFIID iid, void **out) {
+    if (!out) return E_POINTER;
+    *out = nullptr;
+    if (!IsEqualGUID(service, SID_SInternetHostSecurityManager)) return E_NOINTERFACE;
+    // A fresh manager per question: it holds no state, and the engine keeps
+    // what it asked for as long as it likes.
+    auto *manager = new (std::nothrow) HostSecurityManager();
+    if (!manager) return E_OUTOFMEMORY;
+    manager->AddRef();
+    const HRESULT hr = manager->QueryInterface(iid, out);
+    manager->Release();
+    return hr;
+}
 
 STDMETHODIMP MyScriptSite::GetLCID(LCID *) { return E_NOTIMPL; }
 

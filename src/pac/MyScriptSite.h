@@ -1,9 +1,12 @@
 // The host's side of the JScript engine: hands the PAC helper object to the
-// engine as the item "GlobalMethods" and collects the text of script errors.
+// engine as the item "GlobalMethods", collects the text of script errors,
+// and serves the host security manager that refuses scripts every object
+// and action (IServiceProvider).
 #pragma once
 
 #include <windows.h>
 #include <activscp.h>
+#include <servprov.h>
 
 #include <string>
 
@@ -12,7 +15,10 @@
 #include "pac/ComOwners.h"
 #include "pac/EvaluationObserver.h"
 
-class MyScriptSite : public COvrenaUnknown<IActiveScriptSite, &IID_IActiveScriptSite> {
+class MyScriptSite : public COvrenaUnknown<IActiveScriptSite, &IID_IActiveScriptSite>,
+                     public IServiceProvider {
+    using Base = COvrenaUnknown<IActiveScriptSite, &IID_IActiveScriptSite>;
+
 public:
     // Creates the PAC helper object the engine will see, telling the
     // observer (if any) what a compatibility report lists.
@@ -20,6 +26,14 @@ public:
     // Serves another helper object under the same item (a stand-in with
     // the same interface, for measuring the helper's own cost).
     explicit MyScriptSite(IFindProxyForUrl *helper);
+
+    // IUnknown, one implementation behind both interface tables.
+    STDMETHODIMP QueryInterface(REFIID iid, void **out) override;
+    STDMETHODIMP_(ULONG) AddRef() override { return Base::AddRef(); }
+    STDMETHODIMP_(ULONG) Release() override { return Base::Release(); }
+
+    // IServiceProvider: only SID_SInternetHostSecurityManager.
+    STDMETHODIMP QueryService(REFGUID service, REFIID iid, void **out) override;
 
     STDMETHODIMP GetLCID(LCID *lcid) override;
     STDMETHODIMP GetItemInfo(LPCOLESTR name, DWORD returnMask, IUnknown **itemOut,

@@ -1,10 +1,14 @@
 #include "pac/ScriptHost.h"
 
+#include <objsafe.h>
+
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <new>
 #include <vector>
+
+#include "pac/HostSecurity.h"
 
 namespace {
 
@@ -16,6 +20,15 @@ const IID kIidActiveScriptParse64 = {
     0xc7ef7658, 0xe1ee, 0x480e, {0x97, 0xea, 0xd5, 0x2c, 0xb4, 0xd7, 0x6d, 0x17}};
 
 const LCID kLocale = LOCALE_SYSTEM_DEFAULT;
+
+HRESULT RestrictToUntrusted(IUnknown *engine) {
+    ComPtr<IObjectSafety> safety;
+    HRESULT hr = engine->QueryInterface(IID_IObjectSafety, safety.outVoid());
+    if (SUCCEEDED(hr))
+        hr = safety->SetInterfaceSafetyOptions(IID_IActiveScript, kUntrustedScriptOptions,
+                                               kUntrustedScriptOptions);
+    return hr;
+}
 const unsigned kMaxArguments = 32;
 
 }  // namespace
@@ -47,6 +60,9 @@ void ScriptHost::Connect(MyScriptSite *site) {
     status_ = CoCreateInstance(kClsidJScript, nullptr, CLSCTX_ALL, kIidActiveScriptParse64,
                                parser_.outVoid());
     if (SUCCEEDED(status_)) status_ = parser_->QueryInterface(IID_IActiveScript, engine_.outVoid());
+    // The script is untrusted: the engine must know before InitNew, or it
+    // takes the options and still lets scripts create objects.
+    if (SUCCEEDED(status_)) status_ = RestrictToUntrusted(parser_.get());
     // The engine is initialised before its site is set, on purpose.
     if (SUCCEEDED(status_)) status_ = parser_->InitNew();
     if (SUCCEEDED(status_) && !site_) status_ = E_FAIL;
@@ -140,6 +156,11 @@ bool ScriptHost::ExecuteSSS(const std::string &functionName, const std::string &
         status_ = E_OUTOFMEMORY;
     }
     return SUCCEEDED(status_);
+}
+
+HRESULT ScriptHost::InterruptScript() {
+    if (!engine_) return E_UNEXPECTED;
+    return engine_->InterruptScriptThread(SCRIPTTHREADID_ALL, nullptr, 0);
 }
 
 void ScriptHost::GetErrorText(std::string &message, std::string &detail) const {

@@ -35,6 +35,10 @@ public:
 
     HRESULT status() const { return status_; }
 
+    // Asks the engine to stop the script it runs, from any thread; the
+    // engine's answer (E_NOTIMPL where it cannot).
+    HRESULT InterruptScript();
+
 private:
     void Connect(MyScriptSite *site);
 

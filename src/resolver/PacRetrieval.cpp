@@ -7,13 +7,15 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
 #include "resolver/Routvane.h"
-#include "resolver/InternetHandle.h"
+#include "resolver/BoundedWorker.h"
 #include "trace/tracefunc.h"
 #include "util/Platform.h"
 
@@ -26,22 +28,105 @@ const DWORD kOpenFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | I
 const DWORD kReadChunk = 2048;
 // A completed download, whether or not its text is a script.
 const uint32_t kDownloaded = 0;
+// Bounds of a download whose registry values are absent or 0.
+const uint32_t kDefaultMaxScriptSize = 8 * 1024 * 1024;
+const uint32_t kDefaultDownloadTimeoutSeconds = 60;
 
-// The whole body behind an open URL handle. The result of InternetReadFile
-// is deliberately not consulted: a read error ends the text early, as the
-// end of the body does, and only a zero byte count stops the loop.
-std::string ReadAll(HINTERNET url) {
+// The WinINet handles of one download, shared by the caller and its worker.
+// Each is closed exactly once, by whichever of the two gets there first,
+// the URL handle before the session: closing the session first leaves the
+// URL handle's value stale, and a second close of a stale value can close
+// a handle another thread of the client has just been given. (A deliberate
+// change of the order the library had; nothing depends on the old one.)
+class DownloadHandles {
+public:
+    DownloadHandles(BOOL (*close)(HINTERNET), HINTERNET session)
+        : close_(close), session_(session) {}
+    ~DownloadHandles() { CloseAll(); }
+    DownloadHandles(const DownloadHandles &) = delete;
+    DownloadHandles &operator=(const DownloadHandles &) = delete;
+
+    // Null once closed: a worker's later call then fails at once. A close
+    // between the worker's read of a value and its call with it still
+    // reaches WinINet with that value: the window is one call's start, not
+    // the whole wait, and WinINet looks the value up under its own lock.
+    HINTERNET session() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return session_;
+    }
+    HINTERNET url() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return url_;
+    }
+    // Closes the URL handle held and takes the new one; false when
+    // everything was closed meanwhile, and the new one is closed at once.
+    bool ReplaceUrl(HINTERNET url) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (url_) close_(url_);
+        url_ = nullptr;
+        if (closed_) {
+            if (url) close_(url);
+            return false;
+        }
+        url_ = url;
+        return true;
+    }
+    void CloseAll() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (url_) close_(url_);
+        if (session_) close_(session_);
+        url_ = session_ = nullptr;
+        closed_ = true;
+    }
+
+private:
+    std::mutex mutex_;
+    BOOL (*const close_)(HINTERNET);
+    HINTERNET session_;
+    HINTERNET url_ = nullptr;
+    bool closed_ = false;
+};
+
+// One download as its worker sees it: everything it touches is here, the
+// platform table included, so that an abandoned worker neither reaches
+// into the caller nor sees a table swapped after it started.
+struct Download {
+    Download(const PlatformApi &platform, HINTERNET session)
+        : api(platform), handles(platform.InternetCloseHandle, session) {}
+    const PlatformApi api;
+    DownloadHandles handles;
+    std::string url;
+    uint32_t maxSize = kDefaultMaxScriptSize;
+    // Results, read by the caller only once the worker has finished.
+    uint32_t status = ROUTVANE_FAILED;
     std::string text;
+    std::string failure;  // the trace line of a failure
+};
+
+std::string FailureLine(const char *what, DWORD error) { return what + std::to_string(error); }
+
+// The whole body behind the current URL handle, at most maxSize bytes;
+// false when the body is longer. The result of InternetReadFile is
+// deliberately not consulted: a read error ends the text early, as the end
+// of the body does, and only a zero byte count stops the loop.
+bool ReadAll(Download &d, WorkProgress &progress, std::string &text) {
+    text.clear();
     std::vector<char> buffer(kReadChunk);
-    for (;;) {
+    // One byte past the limit tells a body of exactly the limit from a
+    // longer one.
+    const uint64_t stopAt = static_cast<uint64_t>(d.maxSize) + 1;
+    while (text.size() < stopAt) {
+        const DWORD ask = static_cast<DWORD>(std::min<uint64_t>(kReadChunk, stopAt - text.size()));
         // Cleared before every call so that a failing read that leaves the
         // count untouched still ends the loop.
         DWORD read = 0;
-        Platform().InternetReadFile(url, buffer.data(), kReadChunk, &read);
-        if (read == 0) break;
-        text.append(buffer.data(), read);
+        d.api.InternetReadFile(d.handles.url(), buffer.data(), ask, &read);
+        if (read == 0) return true;
+        progress.Mark();
+        text.append(buffer.data(), std::min(read, ask));
     }
-    return text;
+    d.failure = "Download exceeds WPADMaxScriptSize (" + std::to_string(d.maxSize) + " bytes)";
+    return false;
 }
 
 bool IsInsUrl(const std::string &url) {
@@ -111,40 +196,26 @@ InsResult ScriptUrlFromIns(const std::string &text, std::string &scriptUrl) {
     return InsResult::Found;
 }
 
-}  // namespace
-
-uint32_t Routvane::readURL(const std::string &url, std::string &script) {
-    tracefunc tf(__LINE__, "Routvane", "Routvane::readURL");
-    script.clear();
-
-    // Declared first so that it goes last: the session is closed before
-    // the URL handle.
-    InternetHandle urlHandle;
-    // The PAC file itself is always fetched directly, never through a proxy.
-    InternetHandle session(
-        Platform().InternetOpenA(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
-    if (!session) {
-        const DWORD error = GetLastError();
-        tf << "InternetOpen failed:  " << error << endtrace;
-        return ROUTVANE_FAILED;
+// Opens a URL on the shared session for reading; false with the failure
+// line when it could not be opened or everything was closed meanwhile.
+bool OpenUrl(Download &d, WorkProgress &progress, const std::string &url, const char *failure) {
+    HINTERNET handle = d.api.InternetOpenUrlA(d.handles.session(), url.c_str(), nullptr,
+                                              static_cast<DWORD>(-1), kOpenFlags, 0);
+    if (!handle) {
+        d.failure = FailureLine(failure, GetLastError());
+        return false;
     }
+    progress.Mark();
+    return d.handles.ReplaceUrl(handle);
+}
 
-    DWORD timeout = ReadRegistryDword("WPADConnectTimeout", kDefaultConnectTimeoutSeconds) * 1000;
-    tf << "Using WPAD Connect timeout: " << timeout << " ms" << endtrace;
-    Platform().InternetSetOptionA(session.get(), INTERNET_OPTION_CONNECT_TIMEOUT, &timeout,
-                                  sizeof timeout);
-
-    autoConfigURL_ = url;
-    urlHandle.reset(Platform().InternetOpenUrlA(session.get(), url.c_str(), nullptr,
-                                                static_cast<DWORD>(-1), kOpenFlags, 0));
-    if (!urlHandle) {
-        const DWORD error = GetLastError();
-        tf << "InternetOpenUrl failed:  " << error << endtrace;
-        return ROUTVANE_FAILED;
-    }
-    std::string text = ReadAll(urlHandle.get());
-
-    if (IsInsUrl(url)) {
+// The worker's part: the download, and the one indirection of a settings
+// file.
+void RunDownload(Download &d, WorkProgress &progress) {
+    std::string text;
+    if (!OpenUrl(d, progress, d.url, "InternetOpenUrl failed:  ") || !ReadAll(d, progress, text))
+        return;
+    if (IsInsUrl(d.url)) {
         std::string scriptUrl;
         switch (ScriptUrlFromIns(text, scriptUrl)) {
         case InsResult::NoName:
@@ -152,21 +223,80 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
             // download; it rarely holds a script.
             break;
         case InsResult::Failed:
-            return ROUTVANE_FAILED;
+            return;
         case InsResult::Found:
-            urlHandle.reset();
-            urlHandle.reset(Platform().InternetOpenUrlA(session.get(), scriptUrl.c_str(), nullptr,
-                                                        static_cast<DWORD>(-1), kOpenFlags, 0));
-            if (!urlHandle) {
-                const DWORD error = GetLastError();
-                tf << "InternetOpenUrl (2) failed:  " << error << endtrace;
-                return ROUTVANE_FAILED;
-            }
-            text = ReadAll(urlHandle.get());
+            d.handles.ReplaceUrl(nullptr);
+            if (!OpenUrl(d, progress, scriptUrl, "InternetOpenUrl (2) failed:  ") ||
+                !ReadAll(d, progress, text))
+                return;
             break;
         }
     }
+    d.text = std::move(text);
+    d.status = kDownloaded;
+}
 
-    if (text.find("FindProxyForURL") != std::string::npos) script = text;
+}  // namespace
+
+uint32_t Routvane::readURL(const std::string &url, std::string &script) {
+    tracefunc tf(__LINE__, "Routvane", "Routvane::readURL");
+    script.clear();
+
+    // The PAC file itself is always fetched directly, never through a proxy.
+    HINTERNET session =
+        Platform().InternetOpenA(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
+    if (!session) {
+        const DWORD error = GetLastError();
+        tf << "InternetOpen failed:  " << error << endtrace;
+        return ROUTVANE_FAILED;
+    }
+    const auto download = std::make_shared<Download>(Platform(), session);
+
+    DWORD timeout = BoundFromSeconds(
+        ReadRegistryDword("WPADConnectTimeout", kDefaultConnectTimeoutSeconds));
+    tf << "Using WPAD Connect timeout: " << timeout << " ms" << endtrace;
+    Platform().InternetSetOptionA(session, INTERNET_OPTION_CONNECT_TIMEOUT, &timeout,
+                                  sizeof timeout);
+    const WaitBounds bounds{
+        timeout,
+        BoundFromSeconds(ReadRegistryDword("WPADDownloadTimeout", kDefaultDownloadTimeoutSeconds))};
+    download->maxSize = ReadRegistryDword("WPADMaxScriptSize", kDefaultMaxScriptSize);
+
+    autoConfigURL_ = url;
+    download->url = url;
+    // WinINet bounds neither its connects nor its reads here, and a blocked
+    // call cannot be woken: the download runs on a worker, and the caller
+    // waits for it no longer than the bounds.
+    const BoundedRun run = RunBounded(
+        [download](WorkProgress &progress) { RunDownload(*download, progress); }, bounds,
+        [&tf](DWORD id) { tf << "Download runs on worker thread " << id << endtrace; },
+        [download] { download->handles.CloseAll(); });
+    switch (run.outcome) {
+    case BoundedOutcome::Done:
+        break;
+    case BoundedOutcome::Stalled:
+        tf << "Download stalled: no progress within WPADConnectTimeout (" << bounds.progressMs
+           << " ms)" << endtrace;
+        return ROUTVANE_FAILED;
+    case BoundedOutcome::TimedOut:
+        tf << "Download timed out: WPADDownloadTimeout (" << bounds.totalMs << " ms) passed"
+           << endtrace;
+        return ROUTVANE_FAILED;
+    case BoundedOutcome::Refused: {
+        const long running = AbandonedWorkers();
+        tf << "Download refused:  " << running << " abandoned workers still run" << endtrace;
+        return ROUTVANE_FAILED;
+    }
+    case BoundedOutcome::NoThread: {
+        const DWORD error = GetLastError();
+        tf << "CreateThread failed:  " << error << endtrace;
+        return ROUTVANE_FAILED;
+    }
+    }
+    download->handles.CloseAll();
+    if (!download->failure.empty()) tf << download->failure << endtrace;
+    if (download->status != kDownloaded) return ROUTVANE_FAILED;
+    if (download->text.find("FindProxyForURL") != std::string::npos)
+        script = std::move(download->text);
     return kDownloaded;
 }

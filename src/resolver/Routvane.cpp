@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "com/ComGuard.h"
 #include "trace/ZelComponent.h"
 #include "trace/tracefunc.h"
 #include "util/Platform.h"
@@ -23,8 +24,15 @@ Routvane::Routvane() = default;
 
 Routvane::~Routvane() = default;
 
+// Every IRoutvane method answers through GuardedCall: nothing thrown below
+// reaches the client, which gets the method's failure answer instead.
 unsigned int Routvane::RoutvaneBrowser(unsigned int options, const char *target,
                                        unsigned int port) {
+    return GuardedCall("RoutvaneBrowser", static_cast<unsigned int>(ROUTVANE_FAILED),
+                       [&] { return Resolve(options, target, port); });
+}
+
+unsigned int Routvane::Resolve(unsigned int options, const char *target, unsigned int port) {
     ZelComponent component("Routvane");
     tracefunc tf(__LINE__, "Routvane", "RoutvaneBrowser");
     const std::string host = target ? target : "";
@@ -53,9 +61,16 @@ unsigned int Routvane::RoutvaneBrowser(unsigned int options, const char *target,
     }
 }
 
-long long Routvane::GetProxyCount() { return static_cast<long long>(proxies_.size()); }
+long long Routvane::GetProxyCount() {
+    return GuardedCall("GetProxyCount", 0LL,
+                       [&] { return static_cast<long long>(proxies_.size()); });
+}
 
 bool Routvane::GetProxy(int index, bool *direct, char *host, int size, unsigned int *port) {
+    return GuardedCall("GetProxy", false, [&] { return CopyProxy(index, direct, host, size, port); });
+}
+
+bool Routvane::CopyProxy(int index, bool *direct, char *host, int size, unsigned int *port) const {
     // An empty list refuses every index; otherwise the index is compared
     // unsigned, so a negative one is refused too.
     if (proxies_.empty()) return false;
@@ -77,18 +92,24 @@ bool Routvane::GetProxy(int index, bool *direct, char *host, int size, unsigned 
 }
 
 bool Routvane::GetAutoConfigURL(char *buffer, int size) {
-    CopyBounded(autoConfigURL_, buffer, size);
-    return !autoConfigURL_.empty();
+    return GuardedCall("GetAutoConfigURL", false, [&] {
+        CopyBounded(autoConfigURL_, buffer, size);
+        return !autoConfigURL_.empty();
+    });
 }
 
 bool Routvane::GetAutoConfigScript(char *buffer, int size) {
-    CopyBounded(autoConfigScript_, buffer, size);
-    return !autoConfigScript_.empty();
+    return GuardedCall("GetAutoConfigScript", false, [&] {
+        CopyBounded(autoConfigScript_, buffer, size);
+        return !autoConfigScript_.empty();
+    });
 }
 
 bool Routvane::GetBrowser(unsigned int *code) {
-    if (code) *code = browser_;
-    return browser_ != ROUTVANE_BROWSER_UNKNOWN;
+    return GuardedCall("GetBrowser", false, [&] {
+        if (code) *code = browser_;
+        return browser_ != ROUTVANE_BROWSER_UNKNOWN;
+    });
 }
 
 bool IsLocalSystem() {

@@ -70,6 +70,10 @@ public:
 
 private:
     EvaluationObserver *observer_ = nullptr;
+    // The bodies of RoutvaneBrowser and GetProxy, which guard them.
+    unsigned int Resolve(unsigned int options, const char *target, unsigned int port);
+    bool CopyProxy(int index, bool *direct, char *host, int size, unsigned int *port) const;
+
     std::string autoConfigURL_;
     std::string autoConfigScript_;
     std::vector<ProxyEntry> proxies_;

@@ -35,6 +35,15 @@ tracefunc::tracefunc(unsigned line, const char *file, const char *function, uint
 }
 
 tracefunc::~tracefunc() {
+    // Writing allocates, and a destructor may run while an exception
+    // unwinds: a line that cannot be written is lost, nothing is thrown.
+    try {
+        writeExitLines();
+    } catch (...) {
+    }
+}
+
+void tracefunc::writeExitLines() {
     if (!TraceFileOpen()) return;
     // Unsigned arithmetic gives the true duration across a wrap of the
     // 32-bit tick counter.

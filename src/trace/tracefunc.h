@@ -57,6 +57,7 @@ public:
 private:
     void appendNumber(const char *format, ...);
     void writeScopeLine(bool exiting, uint32_t delta);
+    void writeExitLines();
 
     int level_ = 0;
     std::string text_;

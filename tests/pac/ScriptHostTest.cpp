@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "LoopbackHttpServer.h"
 #include "PacTestSupport.h"
+#include "TestSupport.h"
 #include "pac/FindProxyForURL.h"
 #include "pac/ScriptHost.h"
 
@@ -87,6 +89,47 @@ TEST(ScriptHost, FailuresAndTheirTexts) {
         EXPECT_TRUE(Has(out.detail, "\r\nLine:  ") && Has(out.detail, "\r\nPosition:  "));
         EXPECT_EQ("\r\n", out.detail.substr(out.detail.size() - 2));
     }
+}
+
+// Scripts that try what an attacker's script would: run a command, write a
+// file, send a request. Judged by what happened, not by options read back.
+TEST(ScriptHost, ScriptsCreateNoObjectsWriteNoFilesAndSendNoRequests) {
+    LoopbackHttpServer server;
+    server.serve("/steal", HttpResponse::Text("stolen"));
+    TempDir dir;
+    const std::string file = dir.file("made.txt");
+    std::string jsFile = file;
+    for (size_t at = 0; (at = jsFile.find('\\', at)) != std::string::npos; at += 2)
+        jsFile.insert(at, "\\");
+    const std::string url = server.url("/steal");
+    const std::string request = ".open('GET', '" + url + "', false); o.send(); return 'sent';";
+    const struct {
+        const char *progId;
+        std::string use;  // with the object in o
+    } attacks[] = {
+        {"WScript.Shell", "o.Run('cmd /c echo x > \"" + jsFile + "\"', 0, true); return 'ran';"},
+        {"Scripting.FileSystemObject", "o.CreateTextFile('" + jsFile + "').Close(); return 'made';"},
+        {"MSXML2.XMLHTTP", "o" + request},
+        {"Microsoft.XMLHTTP", "o" + request},
+        {"WinHttp.WinHttpRequest.5.1", "o" + request},
+        {"MSXML2.ServerXMLHTTP", "o" + request},
+    };
+    for (const auto &attack : attacks) {
+        const std::string create =
+            "var o = new ActiveXObject('" + std::string(attack.progId) + "'); " + attack.use;
+        // Uncaught, the failure fails the call; caught, the script's answer
+        // stands and the helper functions still work.
+        const ScriptOutcome bare = RunScript(Function(create));
+        EXPECT_TRUE(bare.parsed && !bare.executed) << attack.progId << " gave " << bare.result;
+        EXPECT_TRUE(Has(bare.detail, "Description:  ")) << attack.progId << ": " << bare.detail;
+        const ScriptOutcome caught = RunScript(Function(
+            "try { " + create + " } catch (e) { return 'refused ' + (e.number >>> 0).toString(16)"
+            " + ' ' + isPlainHostname(host); }"));
+        EXPECT_EQ("refused 800a01ad true", caught.result) << attack.progId;
+        EXPECT_FALSE(FileExists(file)) << attack.progId;
+    }
+    EXPECT_TRUE(server.requests().empty()) << server.requests().size() << " requests";
+    EXPECT_EQ(0, server.silentConnections());
 }
 
 TEST(ScriptHost, LaterCallsReuseTheEngineAndForgetEarlierErrors) {

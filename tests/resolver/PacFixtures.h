@@ -90,7 +90,9 @@ protected:
     TempDir files_;  // the trace files and the test's own other files
     TempDir temp_;
     ScopedEnvironment tempVariable_{"TEMP", temp_.path()}, tmpVariable_{"TMP", temp_.path()};
-    ScopedRegistryValue timeout_ = ScopedRegistryValue::Dword("WPADConnectTimeout", 1);
+    // Far beyond what a loopback download needs however loaded the
+    // machine: a worker abandoned here would outlive the test's fakes.
+    ScopedRegistryValue timeout_ = ScopedRegistryValue::Dword("WPADConnectTimeout", 10);
     std::unique_ptr<ScopedTrace> trace_;
     int traces_ = 0;
     Routvane resolver_;

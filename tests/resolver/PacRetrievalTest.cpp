@@ -81,10 +81,10 @@ TEST_F(PacRetrievalTest, ConnectTimeoutAgentAndFlagsHandedToWinInet) {
         EXPECT_EQ(Messages("Using WPAD Connect timeout"),
                   std::vector<std::string>{"Using WPAD Connect timeout: " + ms + " ms"});
         // Direct access; the time-out set on the session as 4 bytes; reload,
-        // no cache write, no dialogs; the session closed before the URL.
+        // no cache write, no dialogs; the URL closed before the session.
         EXPECT_EQ(WinInetLog::calls,
                   (std::vector<std::string>{"open OvrenaTessel 1", "option 2 4 " + ms,
-                                            "url 84000200 -1", "close session", "close"}));
+                                            "url 84000200 -1", "close", "close session"}));
         EXPECT_EQ(server_.requests().size(), static_cast<size_t>(&row - rows + 1));
     }
     EXPECT_EQ(server_.lastUserAgent(), "OvrenaTessel");
@@ -127,6 +127,8 @@ TEST_F(PacRetrievalTest, TheScriptIsTheWholeTextWhenItNamesTheFunction) {
     const std::string tail = "function FindProxyForURL(u, h) { return \"DIRECT\"; }\n";
     large.replace(large.size() - tail.size(), tail.size(), tail);
     const auto none = HttpResponse::kBodySize;
+    // The late and stalled answers keep their pauses well inside the
+    // fixture's bound, however loaded the machine.
     // A row with a prefix floor accepts any prefix of the body at least that
     // long: a server that sends more than its Content-Length leaves it to
     // WinINet how much of the surplus arrives before the reading loop sees

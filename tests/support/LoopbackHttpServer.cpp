@@ -198,9 +198,15 @@ void LoopbackHttpServer::handle(SOCKET client) {
         reply += r.extraHeaders;
         reply += "Connection: close\r\n\r\n";
         const size_t bodyBytes = std::min(r.sendLimit, r.body.size());
-        if (SendAll(client, reply.data(), reply.size()) &&
-            SendAll(client, r.body.data(), bodyBytes) && r.holdMs > 0)
-            WaitForSingleObject(stop_, r.holdMs);
+        bool sent = SendAll(client, reply.data(), reply.size());
+        if (r.dripMs == 0) {
+            sent = sent && SendAll(client, r.body.data(), bodyBytes);
+        } else {
+            for (size_t i = 0; sent && i < bodyBytes; i += r.dripBytes)
+                sent = WaitForSingleObject(stop_, r.dripMs) == WAIT_TIMEOUT &&
+                       SendAll(client, r.body.data() + i, std::min(r.dripBytes, bodyBytes - i));
+        }
+        if (sent && r.holdMs > 0) WaitForSingleObject(stop_, r.holdMs);
     }
     shutdown(client, SD_SEND);
     {

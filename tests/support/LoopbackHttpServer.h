@@ -40,6 +40,10 @@ struct HttpResponse {
     // Milliseconds the connection is held open, silent, after the last byte
     // sent (the stop of the server ends the wait early).
     DWORD holdMs = 0;
+    // Milliseconds before each piece of dripBytes bytes of the body; 0
+    // sends it at once.
+    DWORD dripMs = 0;
+    size_t dripBytes = 1;
 
     static HttpResponse Text(std::string body,
                              std::string contentType = "application/x-ns-proxy-autoconfig");

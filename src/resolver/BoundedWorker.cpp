@@ -1,0 +1,268 @@
+#include "resolver/BoundedWorker.h"
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <utility>
+
+#include "com/Module.h"
+
+namespace {
+
+std::atomic<long> g_abandoned{0};
+std::mutex g_abandonedMutex;
+std::condition_variable g_abandonedChanged;
+
+void AbandonedCountChanged(long delta) {
+    {
+        std::lock_guard<std::mutex> lock(g_abandonedMutex);
+        g_abandoned += delta;
+    }
+    g_abandonedChanged.notify_all();
+}
+
+enum Phase : int { kRunning, kFinished, kAbandoned };
+
+// Owner of a kernel handle.
+struct KernelHandle {
+    HANDLE value = nullptr;
+    KernelHandle() = default;
+    explicit KernelHandle(HANDLE h) : value(h) {}
+    ~KernelHandle() {
+        if (value) CloseHandle(value);
+    }
+    KernelHandle(const KernelHandle &) = delete;
+    KernelHandle &operator=(const KernelHandle &) = delete;
+};
+
+// Everything a worker touches, shared by the caller and the worker; the last
+// of the two to let go frees it.
+struct WorkerState {
+    explicit WorkerState(DWORD start) : progress(start) {}
+    std::function<void(WorkProgress &)> work;
+    WorkProgress progress;
+    std::atomic<int> phase{kRunning};
+    KernelHandle token;  // the caller's impersonation token, if any
+    // Set once the worker has given back everything of the job: the caller
+    // need not wait for a thread's exit, which notifies every loaded
+    // library.
+    KernelHandle done;
+};
+
+// A worker thread. It serves jobs one after another: a finished worker
+// waits kLingerMs for the next job, so that a client resolving target
+// after target does not pay a thread's start and exit each time. It holds
+// a reference to the module for its whole life, given back by
+// FreeLibraryAndExitThread as its last act; the module's lock count is
+// held per job only, so an idle worker does not keep DllCanUnloadNow
+// from answering S_OK (the module then goes when the worker does).
+struct WorkerThread {
+    HMODULE module = nullptr;
+    DWORD id = 0;
+    KernelHandle wake;  // auto-reset: a job was handed over
+    std::shared_ptr<WorkerState> next;
+};
+
+const DWORD kLingerMs = 2000;
+
+// The one idle worker, if any; guarded by g_idleMutex.
+std::mutex g_idleMutex;
+WorkerThread *g_idle = nullptr;
+
+// Hands the job to the idle worker, if there is one; its thread id, or 0.
+// Under the lock, so that a worker whose wait ends at the same moment
+// finds the job already there.
+DWORD HandToIdleWorker(const std::shared_ptr<WorkerState> &job) {
+    std::lock_guard<std::mutex> lock(g_idleMutex);
+    WorkerThread *idle = std::exchange(g_idle, nullptr);
+    if (!idle) return 0;
+    idle->next = job;
+    SetEvent(idle->wake.value);
+    return idle->id;
+}
+
+// The caller's impersonation token, opened for the worker; null when the
+// caller runs as the process.
+HANDLE ImpersonationToken() {
+    HANDLE token = nullptr;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE | TOKEN_QUERY, TRUE, &token))
+        return nullptr;
+    return token;
+}
+
+void RunWork(WorkerState &state) {
+    if (state.token.value && !SetThreadToken(nullptr, state.token.value)) return;
+    try {
+        state.work(state.progress);
+    } catch (...) {
+        // Nothing leaves a thread; an abandoned worker's result is dropped
+        // anyway, and a finished one's is as the work left it.
+    }
+    if (state.token.value) SetThreadToken(nullptr, nullptr);
+}
+
+// Runs one job to its end; true when the caller still waited for it.
+bool ServeJob(const std::shared_ptr<WorkerState> &state) {
+    RunWork(*state);
+    int running = kRunning;
+    const bool waitedFor = state->phase.compare_exchange_strong(running, kFinished);
+    // What the work owns goes before the worker says it is done.
+    state->work = nullptr;
+    ModuleLockServer(false);
+    if (!waitedFor) AbandonedCountChanged(-1);
+    SetEvent(state->done.value);
+    return waitedFor;
+}
+
+// Offers this worker for the next job for kLingerMs; the job handed over,
+// or null when none came and the worker is no longer offered.
+std::shared_ptr<WorkerState> NextJob(WorkerThread &self) {
+    {
+        std::lock_guard<std::mutex> lock(g_idleMutex);
+        if (g_idle) return nullptr;  // one idle worker is enough
+        g_idle = &self;
+    }
+    WaitForSingleObject(self.wake.value, kLingerMs);
+    std::lock_guard<std::mutex> lock(g_idleMutex);
+    if (g_idle == &self) {
+        g_idle = nullptr;
+        return nullptr;
+    }
+    // Taken, possibly just as the wait ended: the job is there either way.
+    return std::move(self.next);
+}
+
+DWORD WINAPI WorkerMain(void *parameter) {
+    HMODULE module = nullptr;
+    {
+        std::unique_ptr<WorkerThread> self(static_cast<WorkerThread *>(parameter));
+        self->id = GetCurrentThreadId();
+        module = self->module;
+        // An abandoned worker serves no further job: it may have been
+        // held for minutes by a server, and ends as soon as it is free.
+        for (std::shared_ptr<WorkerState> job = std::move(self->next);
+             job && ServeJob(job); job = NextJob(*self)) {
+            job.reset();
+        }
+    }
+    // The module stays mapped until the thread has left its code.
+    FreeLibraryAndExitThread(module, 0);
+    return 0;
+}
+
+// Starts a new worker thread with its first job; its id, 0 when none
+// could be started (the error is then the last error).
+DWORD StartWorker(const std::shared_ptr<WorkerState> &job) {
+    auto *worker = new (std::nothrow) WorkerThread();
+    if (!worker) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return 0;
+    }
+    std::unique_ptr<WorkerThread> owned(worker);
+    worker->wake.value = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    if (!worker->wake.value ||
+        !GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                            reinterpret_cast<LPCSTR>(&WorkerMain), &worker->module))
+        return 0;
+    worker->next = job;
+    DWORD id = 0;
+    KernelHandle thread(CreateThread(nullptr, 0, WorkerMain, worker, 0, &id));
+    if (!thread.value) {
+        const DWORD error = GetLastError();
+        FreeLibrary(worker->module);
+        SetLastError(error);
+        return 0;
+    }
+    // The thread owns it now.
+    owned.release();
+    return id;
+}
+
+// Abandons a running worker; false when it finished meanwhile.
+bool Abandon(WorkerState &state) {
+    AbandonedCountChanged(+1);
+    int running = kRunning;
+    if (state.phase.compare_exchange_strong(running, kAbandoned)) return true;
+    AbandonedCountChanged(-1);
+    return false;
+}
+
+}  // namespace
+
+WaitDecision NextWait(DWORD now, DWORD lastProgress, DWORD start, const WaitBounds &bounds) {
+    const DWORD sinceStart = now - start;
+    const DWORD sinceProgress = now - lastProgress;
+    if (bounds.totalMs != kNoBound && sinceStart >= bounds.totalMs)
+        return {WaitVerdict::TimedOut, 0};
+    if (bounds.progressMs != kNoBound && sinceProgress >= bounds.progressMs)
+        return {WaitVerdict::Stalled, 0};
+    DWORD wait = kNoBound;
+    if (bounds.totalMs != kNoBound) wait = bounds.totalMs - sinceStart;
+    if (bounds.progressMs != kNoBound && bounds.progressMs - sinceProgress < wait)
+        wait = bounds.progressMs - sinceProgress;
+    return {WaitVerdict::Wait, wait};
+}
+
+BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds &bounds,
+                      const std::function<void(DWORD threadId)> &onStart,
+                      const std::function<void()> &onExpiry) {
+    if (g_abandoned.load() >= kMaxAbandonedWorkers) return {BoundedOutcome::Refused, 0};
+    const DWORD start = GetTickCount();
+    auto state = std::make_shared<WorkerState>(start);
+    state->work = std::move(work);
+    state->token.value = ImpersonationToken();
+    state->done.value = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    if (!state->done.value) return {BoundedOutcome::NoThread, 0};
+
+    // The lock count that makes DllCanUnloadNow answer S_FALSE while the
+    // job runs; the worker gives it back when the job ends.
+    ModuleLockServer(true);
+    DWORD threadId = HandToIdleWorker(state);
+    if (threadId == 0) {
+        threadId = StartWorker(state);
+        if (threadId == 0) {
+            const DWORD error = GetLastError();
+            ModuleLockServer(false);
+            SetLastError(error);
+            return {BoundedOutcome::NoThread, 0};
+        }
+    }
+    // From here the worker runs: nothing may leave before it is waited for
+    // or abandoned, so a failing trace line is dropped.
+    try {
+        onStart(threadId);
+    } catch (...) {
+    }
+
+    for (;;) {
+        const WaitDecision next =
+            NextWait(GetTickCount(), state->progress.lastTick(), start, bounds);
+        if (next.verdict != WaitVerdict::Wait) {
+            if (!Abandon(*state)) {
+                // It finished at the last moment and is giving back what
+                // it holds.
+                WaitForSingleObject(state->done.value, INFINITE);
+                break;
+            }
+            try {
+                onExpiry();
+            } catch (...) {
+            }
+            return {next.verdict == WaitVerdict::Stalled ? BoundedOutcome::Stalled
+                                                         : BoundedOutcome::TimedOut,
+                    threadId};
+        }
+        if (WaitForSingleObject(state->done.value, next.waitMs) == WAIT_OBJECT_0) break;
+    }
+    // Finished: everything the worker wrote is visible.
+    return {BoundedOutcome::Done, threadId};
+}
+
+long AbandonedWorkers() { return g_abandoned.load(); }
+
+bool WaitForAbandonedWorkers(DWORD ms) {
+    std::unique_lock<std::mutex> lock(g_abandonedMutex);
+    return g_abandonedChanged.wait_for(lock, std::chrono::milliseconds(ms),
+                                       [] { return g_abandoned.load() == 0; });
+}

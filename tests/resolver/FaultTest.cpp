@@ -1,0 +1,196 @@
+// Allocation failures anywhere in a resolve: this program replaces the
+// global operator new so that the n-th allocation of a resolve fails, for
+// every n up to the number a whole resolve makes. Each run must answer a
+// status, leave no object behind and end no worker early or late.
+#include <gtest/gtest.h>
+
+#include <winsock2.h>
+#include <windows.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <thread>
+
+#include "FakeSettings.h"
+#include "TestSupport.h"
+#include "com/Module.h"
+#include "resolver/BoundedWorker.h"
+#include "resolver/Routvane.h"
+
+namespace {
+
+// Counted only while armed, on every thread: the download and the script
+// run on workers. failAt 0 fails nothing.
+std::atomic<bool> g_armed{false};
+std::atomic<long> g_count{0};
+std::atomic<long> g_failAt{0};
+
+}  // namespace
+
+// The replacements below pair malloc with free, which the compiler cannot
+// see through.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
+void *operator new(size_t size) {
+    if (g_armed.load() && ++g_count == g_failAt.load()) throw std::bad_alloc();
+    if (void *p = std::malloc(size ? size : 1)) return p;
+    throw std::bad_alloc();
+}
+void *operator new[](size_t size) { return operator new(size); }
+void operator delete(void *p) noexcept { std::free(p); }
+void operator delete[](void *p) noexcept { std::free(p); }
+void operator delete(void *p, size_t) noexcept { std::free(p); }
+void operator delete[](void *p, size_t) noexcept { std::free(p); }
+
+namespace {
+
+// A PAC server that allocates nothing: fixed buffers, one fixed answer,
+// so that only the library's allocations are counted and failed.
+class FixedPacServer {
+public:
+    explicit FixedPacServer(const char *body) {
+        snprintf(reply_, sizeof reply_,
+                 "HTTP/1.1 200 OK\r\nContent-Type: application/x-ns-proxy-autoconfig\r\n"
+                 "Content-Length: %u\r\nConnection: close\r\n\r\n%s",
+                 static_cast<unsigned>(strlen(body)), body);
+        WSADATA data;
+        WSAStartup(MAKEWORD(2, 2), &data);
+        listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int length = sizeof address;
+        bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address);
+        listen(listener_, SOMAXCONN);
+        getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length);
+        snprintf(url_, sizeof url_, "http://127.0.0.1:%u/proxy.pac",
+                 static_cast<unsigned>(ntohs(address.sin_port)));
+        thread_ = std::thread([this] { Serve(); });
+    }
+    ~FixedPacServer() {
+        closesocket(listener_);
+        thread_.join();
+        WSACleanup();
+    }
+    const char *url() const { return url_; }
+
+private:
+    void Serve() {
+        for (;;) {
+            SOCKET client = accept(listener_, nullptr, nullptr);
+            if (client == INVALID_SOCKET) return;
+            char request[4096];
+            int got = 0, total = 0;
+            while (total < static_cast<int>(sizeof request) - 1 &&
+                   (got = recv(client, request + total, sizeof request - 1 - total, 0)) > 0) {
+                total += got;
+                request[total] = '\0';
+                if (strstr(request, "\r\n\r\n")) break;
+            }
+            send(client, reply_, static_cast<int>(strlen(reply_)), 0);
+            shutdown(client, SD_SEND);
+            closesocket(client);
+        }
+    }
+    char reply_[1024];
+    char url_[64];
+    SOCKET listener_;
+    std::thread thread_;
+};
+
+struct Outcome {
+    unsigned status;
+    long allocations;
+};
+
+class FaultTest : public testing::Test {
+protected:
+    void SetUp() override {
+        wininet_.Install(platform_);
+        token_.Install(platform_);
+    }
+    // One resolve on a fresh object with the n-th allocation failing.
+    Outcome Resolve(long failAt) {
+        Routvane *r = new Routvane();
+        r->AddRef();
+        g_count = 0;
+        g_failAt = failAt;
+        g_armed = true;
+        const unsigned status = r->RoutvaneBrowser(0, "www.example.com", 80);
+        g_armed = false;
+        r->Release();
+        return Outcome{status, g_count.load()};
+    }
+    // Fails every allocation of a whole resolve in turn; the number of runs.
+    long Sweep(const char *what, unsigned healthy) {
+        const long objects = ModuleObjectCount();
+        const Outcome whole = Resolve(0);
+        EXPECT_EQ(whole.status, healthy) << what;
+        EXPECT_GT(whole.allocations, 0) << what;
+        long unusual = 0;
+        for (long n = 1; n <= whole.allocations; ++n) {
+            const Outcome run = Resolve(n);
+            EXPECT_LE(run.status, 2u) << what << ", allocation " << n;
+            unusual += run.status != healthy;
+            EXPECT_EQ(ModuleObjectCount(), objects) << what << ", allocation " << n;
+            EXPECT_EQ(ModuleLockCount(), 0) << what << ", allocation " << n;
+            EXPECT_EQ(AbandonedWorkers(), 0) << what << ", allocation " << n;
+        }
+        printf("  %s: %ld allocations, %ld runs answered otherwise than %u\n", what,
+               whole.allocations, unusual, healthy);
+        // A failure must have changed some answers, or nothing was failed.
+        EXPECT_GT(unusual, 0) << what;
+        return whole.allocations;
+    }
+    ScopedPlatform platform_;
+    FakeWinInet wininet_;
+    FakeToken token_;
+    ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
+};
+
+TEST_F(FaultTest, FixedProxyWithBypassList) {
+    wininet_.flags = PROXY_TYPE_PROXY;
+    wininet_.proxyServer = "http=web:80;https=secure:443;ftp=files:21";
+    wininet_.bypass = "*.corp.example;10.*;<local>";
+    Sweep("fixed proxy", 0);
+}
+
+TEST_F(FaultTest, PacScriptFromALoopbackServer) {
+    struct Com {
+        HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        ~Com() {
+            if (SUCCEEDED(hr)) CoUninitialize();
+        }
+    } com;
+    FixedPacServer server(
+        "function FindProxyForURL(url, host) {\n"
+        "  if (isPlainHostname(host) || shExpMatch(host, '*.corp.example')) return 'DIRECT';\n"
+        "  return 'PROXY pac.example:3128; DIRECT';\n}\n");
+    wininet_.flags = PROXY_TYPE_AUTO_PROXY_URL;
+    wininet_.autoConfigUrl = server.url();
+    Sweep("PAC script", 0);
+    // Again with every trace line written: the tracer allocates too, in
+    // destructors as well.
+    TempDir dir;
+    ScopedTrace trace(dir.file("t.txt"));
+    Sweep("PAC script, traced", 0);
+}
+
+// With tracing on, the guard names what it caught.
+TEST_F(FaultTest, TheGuardWritesOneLine) {
+    TempDir dir;
+    ScopedTrace trace(dir.file("t.txt"));
+    wininet_.flags = PROXY_TYPE_PROXY;
+    wininet_.proxyServer = "web:80";
+    EXPECT_EQ(Resolve(1).status, 2u);
+    const auto lines = trace.linesWith("Exception caught in ");
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find("Exception caught in RoutvaneBrowser:  std::bad_alloc"),
+              std::string::npos)
+        << lines[0];
+}
+
+}  // namespace

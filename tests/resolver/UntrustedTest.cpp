@@ -1,0 +1,444 @@
+// Hostile PAC servers and scripts, each through RoutvaneBrowser with the
+// time it took to return, and the waiting decision behind the bounds.
+// The script that never ends runs last: its worker keeps a processor busy
+// until this program exits.
+#include <gtest/gtest.h>
+
+#include "FakeSettings.h"
+#include "PacFixtures.h"
+
+#include <functional>
+#include <memory>
+
+#include "com/Module.h"
+#include "resolver/BoundedWorker.h"
+
+namespace {
+
+const DWORD kNo = kNoBound;
+
+TEST(NextWait, DecidesFromTheThreeTicks) {
+    const struct {
+        DWORD now, lastProgress, start;
+        WaitBounds bounds;
+        WaitVerdict verdict;
+        DWORD waitMs;
+    } rows[] = {
+        // Nothing passed: wait for the nearer deadline.
+        {100, 100, 100, {1000, 5000}, WaitVerdict::Wait, 1000},
+        {900, 800, 100, {1000, 1500}, WaitVerdict::Wait, 700},
+        {4500, 4400, 100, {1000, 5000}, WaitVerdict::Wait, 600},
+        // Progress moves the progress deadline, never the total one.
+        {1500, 1400, 100, {1000, 5000}, WaitVerdict::Wait, 900},
+        {1100, 100, 100, {1000, 5000}, WaitVerdict::Stalled, 0},
+        {1100, 101, 100, {1000, 5000}, WaitVerdict::Wait, 1},
+        {5100, 5000, 100, {1000, 5000}, WaitVerdict::TimedOut, 0},
+        // Both passed: the total bound is named.
+        {9000, 100, 100, {1000, 5000}, WaitVerdict::TimedOut, 0},
+        // Missing bounds.
+        {100, 100, 100, {kNo, kNo}, WaitVerdict::Wait, kNo},
+        {1000000, 100, 100, {kNo, 5000}, WaitVerdict::TimedOut, 0},
+        {1000000, 999000, 100, {kNo, 2000000}, WaitVerdict::Wait, 1000100},
+        {1000000, 100, 100, {1000, kNo}, WaitVerdict::Stalled, 0},
+        // Across the wrap of the tick counter.
+        {0x10, 0xFFFFFF00, 0xFFFFFF00, {1000, 5000}, WaitVerdict::Wait, 1000 - 0x110},
+        {0x400, 0xFFFFFF00, 0xFFFFFF00, {1000, 5000}, WaitVerdict::Stalled, 0},
+    };
+    for (const auto &row : rows) {
+        const WaitDecision d = NextWait(row.now, row.lastProgress, row.start, row.bounds);
+        EXPECT_TRUE(d.verdict == row.verdict && (d.verdict != WaitVerdict::Wait ||
+                                                 d.waitMs == row.waitMs))
+            << "row " << &row - rows << ": verdict " << static_cast<int>(d.verdict) << " wait "
+            << d.waitMs;
+    }
+}
+
+TEST(RunBounded, TheWorkerRunsUnderTheCallersImpersonationToken) {
+    for (const bool impersonating : {false, true}) {
+        if (impersonating) {
+            ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
+        }
+        auto hadToken = std::make_shared<std::atomic<bool>>(false);
+        const BoundedRun run = RunBounded(
+            [hadToken](WorkProgress &) {
+                HANDLE token = nullptr;
+                if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) {
+                    *hadToken = true;
+                    CloseHandle(token);
+                }
+            },
+            WaitBounds{kNoBound, 10000}, [](DWORD) {}, [] {});
+        if (impersonating) RevertToSelf();
+        EXPECT_TRUE(run.outcome == BoundedOutcome::Done) << impersonating;
+        EXPECT_EQ(hadToken->load(), impersonating);
+    }
+}
+
+// A listener that never accepts, its queue filled: a connection attempt
+// waits for a place that never comes.
+class FullBacklog {
+public:
+    FullBacklog() {
+        WSADATA data;
+        WSAStartup(MAKEWORD(2, 2), &data);
+        listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        int length = sizeof address;
+        bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address);
+        listen(listener_, 1);
+        getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length);
+        port_ = ntohs(address.sin_port);
+        for (int i = 0; i < 8; ++i) {
+            SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+            u_long nonBlocking = 1;
+            ioctlsocket(s, FIONBIO, &nonBlocking);
+            connect(s, reinterpret_cast<sockaddr *>(&address), sizeof address);
+            queued_.push_back(s);
+        }
+    }
+    ~FullBacklog() {
+        for (SOCKET s : queued_) closesocket(s);
+        closesocket(listener_);
+        WSACleanup();
+    }
+    std::string url(const std::string &path) const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
+
+private:
+    SOCKET listener_;
+    unsigned short port_ = 0;
+    std::vector<SOCKET> queued_;
+};
+
+// Whether the thread of that id still runs; waits up to ms for it to end.
+bool ThreadRuns(DWORD id, DWORD ms = 0) {
+    HANDLE thread = OpenThread(SYNCHRONIZE, FALSE, id);
+    if (!thread) return false;
+    const bool runs = WaitForSingleObject(thread, ms) == WAIT_TIMEOUT;
+    CloseHandle(thread);
+    return runs;
+}
+
+// RoutvaneBrowser through the WinINet settings naming one PAC URL, with
+// small bounds so that every hostile case ends in seconds.
+class UntrustedTest : public testing::Test {
+protected:
+    void SetUp() override {
+        wininet_.Install(platform_);
+        wininet_.flags = PROXY_TYPE_AUTO_PROXY_URL;
+    }
+    struct Resolve {
+        unsigned status;
+        std::vector<Entry> entries;
+        DWORD ms;
+    };
+    Resolve Run(const std::string &url) {
+        wininet_.autoConfigUrl = url.c_str();
+        Routvane *r = new Routvane();
+        r->AddRef();
+        const DWORD start = GetTickCount();
+        const unsigned status = r->RoutvaneBrowser(0, "www.example.com", 80);
+        Resolve out{status, Entries(*r), GetTickCount() - start};
+        r->Release();
+        return out;
+    }
+    // A fresh trace file, so that a row sees its own lines only.
+    void StartTrace(const std::string &name) {
+        trace_.reset();
+        trace_ = std::make_unique<ScopedTrace>(dir_.file(name + ".log"));
+    }
+    std::vector<std::string> Messages(const std::string &fragment) const {
+        std::vector<std::string> texts;
+        for (const std::string &line : trace_->linesWith(fragment)) {
+            const std::string text = LineText(line);
+            texts.push_back(text.substr(0, text.rfind(" (tid=")));
+        }
+        return texts;
+    }
+
+    struct Com {
+        HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        ~Com() {
+            if (SUCCEEDED(hr)) CoUninitialize();
+        }
+    } com_;
+    ScopedPlatform platform_;
+    FakeWinInet wininet_;
+    ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
+    TempDir dir_;
+    std::unique_ptr<ScopedTrace> trace_;
+    ScopedRegistryValue connect_ = ScopedRegistryValue::Dword("WPADConnectTimeout", 1);
+    ScopedRegistryValue total_ = ScopedRegistryValue::Dword("WPADDownloadTimeout", 60);
+    ScopedRegistryValue size_ = ScopedRegistryValue::Absent("WPADMaxScriptSize");
+    ScopedRegistryValue script_ = ScopedRegistryValue::Dword("PACScriptTimeout", 2);
+};
+
+// How late a bounded call may return: the waiting itself, a loaded machine.
+const DWORD kMarginMs = 1000;
+const std::string kProxyScript = Returning("\"PROXY pac.example:3128\"");
+
+HttpResponse Hostile(std::function<void(HttpResponse &)> arrange,
+                     const std::string &body = kProxyScript) {
+    HttpResponse r = HttpResponse::Text(body);
+    arrange(r);
+    return r;
+}
+
+TEST_F(UntrustedTest, HostileServersAreLeftAtTheirBound) {
+    const std::string big(6 * 1024 * 1024 - kProxyScript.size(), '/');
+    const std::string stalled = "Download stalled: no progress within WPADConnectTimeout (1000 ms)";
+    const struct {
+        const char *name;
+        HttpResponse response;  // unused for the full backlog
+        DWORD connect, total, maxSize;  // registry values; maxSize 0: absent
+        unsigned status;
+        std::string line;
+        DWORD boundMs;  // 0: no bound checked, the call ends by itself
+    } rows[] = {
+        {"stalls after the headers", Hostile([](HttpResponse &r) {
+             r.sendLimit = 0;
+             r.holdMs = 60000;
+         }),
+         1, 60, 0, 2, stalled, 1000},
+        {"stalls mid-body", Hostile([](HttpResponse &r) {
+             r.sendLimit = r.body.size() / 2;
+             r.holdMs = 60000;
+         }),
+         1, 60, 0, 2, stalled, 1000},
+        {"accepts and never answers", Hostile([](HttpResponse &r) { r.delayMs = 60000; }), 1,
+         60, 0, 2, stalled, 1000},
+        // WinINet hands back nothing until its buffer is full: as the
+        // caller sees it, a drip is a stall.
+        {"drips a byte every 2 s", Hostile([](HttpResponse &r) { r.dripMs = 2000; }), 1, 60, 0,
+         2, stalled, 1000},
+        {"sends 4 KiB every 0.5 s", Hostile([](HttpResponse &r) {
+             r.dripMs = 500;
+             r.dripBytes = 4096;
+         }, kProxyScript + std::string(256 * 1024, '/')),
+         1, 2, 0, 2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
+        {"full backlog", HttpResponse(), 1, 60, 0, 2, stalled, 1000},
+        {"endless body without length", Hostile([](HttpResponse &r) {
+             r.announcedLength = HttpResponse::kNoLength;
+             r.holdMs = 60000;
+         }, kProxyScript + std::string(1024 * 1024, '/')),
+         1, 60, 65536, 2, "Download exceeds WPADMaxScriptSize (65536 bytes)", 0},
+        {"script of exactly the limit", HttpResponse::Text(kProxyScript), 1, 60,
+         static_cast<DWORD>(kProxyScript.size()), 0, "FindProxyForURL returned:  ", 0},
+        {"6 MiB script under the default limit", HttpResponse::Text(kProxyScript + big), 1, 60,
+         0, 0, "FindProxyForURL returned:  ", 0},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        StartTrace(row.name);
+        auto connect = ScopedRegistryValue::Dword("WPADConnectTimeout", row.connect);
+        auto total = ScopedRegistryValue::Dword("WPADDownloadTimeout", row.total);
+        auto size = row.maxSize ? ScopedRegistryValue::Dword("WPADMaxScriptSize", row.maxSize)
+                                : ScopedRegistryValue::Absent("WPADMaxScriptSize");
+        Resolve got;
+        if (std::string(row.name) == "full backlog") {
+            FullBacklog backlog;
+            got = Run(backlog.url("/proxy.pac"));
+        } else {
+            LoopbackHttpServer server;
+            server.serve("/proxy.pac", row.response);
+            got = Run(server.url("/proxy.pac"));
+        }
+        EXPECT_EQ(got.status, row.status);
+        EXPECT_EQ(got.entries, row.status == 0 ? std::vector<Entry>{Proxy("pac.example", 3128)}
+                                               : std::vector<Entry>());
+        const auto lines = Messages(row.line);
+        EXPECT_EQ(lines.size(), 1u) << row.line;
+        if (!lines.empty() && row.line.back() != ' ') {
+            EXPECT_EQ(lines[0], row.line);
+        }
+        EXPECT_EQ(Messages("Download runs on worker thread ").size(), 1u);
+        if (row.boundMs > 0) {
+            EXPECT_GE(got.ms + 20, row.boundMs);
+            EXPECT_LE(got.ms, row.boundMs + kMarginMs);
+        }
+        printf("  %-40s %5lu ms (bound %lu ms)\n", row.name, static_cast<unsigned long>(got.ms),
+               static_cast<unsigned long>(row.boundMs));
+    }
+    // With its server gone every abandoned worker ends by itself.
+    EXPECT_TRUE(WaitForAbandonedWorkers(30000)) << AbandonedWorkers() << " still run";
+}
+
+TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
+    ASSERT_TRUE(WaitForAbandonedWorkers(30000));
+    StartTrace("twenty");
+    DWORD handles = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handles);
+    std::vector<DWORD> workers;
+    {
+        LoopbackHttpServer server;
+        server.serve("/proxy.pac", Hostile([](HttpResponse &r) { r.delayMs = 60000; }));
+        int stalledCalls = 0;
+        for (int i = 0; i < 20; ++i) {
+            const Resolve got = Run(server.url("/proxy.pac"));
+            EXPECT_EQ(got.status, 2u) << i;
+            EXPECT_LE(got.ms, 1000 + kMarginMs) << i;
+            stalledCalls += got.ms >= 980;
+        }
+        EXPECT_EQ(stalledCalls, kMaxAbandonedWorkers);
+        EXPECT_EQ(Messages("Download refused:  8 abandoned workers still run").size(), 12u);
+        for (const std::string &line : Messages("Download runs on worker thread "))
+            workers.push_back(std::stoul(line.substr(line.rfind(' ') + 1)));
+        EXPECT_EQ(workers.size(), 8u);
+        for (DWORD id : workers) EXPECT_TRUE(ThreadRuns(id)) << id;
+        EXPECT_EQ(AbandonedWorkers(), kMaxAbandonedWorkers);
+        // Abandoned workers keep the module.
+        EXPECT_EQ(ModuleLockCount(), kMaxAbandonedWorkers);
+        EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
+    }
+    // With the server gone every worker ends by itself.
+    EXPECT_TRUE(WaitForAbandonedWorkers(30000)) << AbandonedWorkers() << " still run";
+    for (DWORD id : workers) EXPECT_FALSE(ThreadRuns(id, 5000)) << id;
+    EXPECT_EQ(ModuleLockCount(), 0);
+    DWORD handlesAfter = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handlesAfter);
+    EXPECT_LE(handlesAfter, handles + 4);
+}
+
+// The library as a client loads it: a worker keeps it loaded after the
+// client's FreeLibrary, and it goes when the worker ends: an abandoned one
+// when its server lets go, an idle one when no further job comes.
+TEST_F(UntrustedTest, TheLibraryStaysLoadedUntilItsLastWorkerEnds) {
+    auto server = std::make_unique<LoopbackHttpServer>();
+    // The library's own WinINet settings come from Wine, which names no
+    // script: the script is named by Navigator's preferences instead.
+    const std::string navigator = "Software\\Netscape\\Netscape Navigator";
+    ScopedKeyRemoved machine(HKEY_LOCAL_MACHINE, "Software\\Netscape");
+    ScopedKeyRemoved user(HKEY_CURRENT_USER, "Software\\Netscape");
+    ScopedBrowserCommand browser("\"C:\\Program Files\\Netscape\\netscape.exe\" %1");
+    CreateDirectoryA(dir_.file("Program").c_str(), nullptr);
+    CreateDirectoryA(dir_.file("Users").c_str(), nullptr);
+    CreateDirectoryA(dir_.file("Users\\alice").c_str(), nullptr);
+    WriteFileText(dir_.file("Users\\alice\\prefs.js"),
+                  "user_pref(\"network.proxy.type\", 2);\n"
+                  "user_pref(\"network.proxy.autoconfig_url\", \"" +
+                      server->url("/proxy.pac") + "\");\n");
+    auto version = ScopedRegistryValue::String("CurrentVersion", "4.8 (en)", HKEY_LOCAL_MACHINE,
+                                               navigator);
+    auto install = ScopedRegistryValue::String("Install Directory", dir_.file("Program"),
+                                               HKEY_LOCAL_MACHINE, navigator + "\\4.8 (en)\\Main");
+    auto current = ScopedRegistryValue::String("CurrentUser", "alice", HKEY_CURRENT_USER,
+                                               navigator + "\\biff");
+    char path[MAX_PATH];
+    GetModuleFileNameA(nullptr, path, sizeof path);
+    std::string dll = path;
+    dll = dll.substr(0, dll.find_last_of("\\/") + 1) + "routvane.dll";
+    const struct {
+        const char *name;
+        HttpResponse response;
+        unsigned status;
+        HRESULT canUnload;  // once the client let go of its objects
+    } rows[] = {
+        {"abandoned", Hostile([](HttpResponse &r) { r.delayMs = 60000; }), 2, S_FALSE},
+        {"idle", HttpResponse::Text(kProxyScript), 0, S_OK},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        server->serve("/proxy.pac", row.response);
+        StartTrace(std::string("library ") + row.name);
+        HMODULE library = LoadLibraryA(dll.c_str());
+        ASSERT_NE(library, nullptr) << dll;
+        using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
+        using CanUnloadNow = HRESULT(WINAPI *)();
+        const auto getClassObject = reinterpret_cast<GetClassObject>(
+            reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));
+        const auto canUnloadNow = reinterpret_cast<CanUnloadNow>(
+            reinterpret_cast<void *>(GetProcAddress(library, "DllCanUnloadNow")));
+        IClassFactory *factory = nullptr;
+        ASSERT_EQ(getClassObject(CLSID_Routvane, IID_IClassFactory,
+                                 reinterpret_cast<void **>(&factory)),
+                  S_OK);
+        IRoutvane *resolver = nullptr;
+        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane,
+                                          reinterpret_cast<void **>(&resolver)),
+                  S_OK);
+        factory->Release();
+        const DWORD start = GetTickCount();
+        EXPECT_EQ(resolver->RoutvaneBrowser(0, "www.example.com", 80), row.status);
+        EXPECT_LE(GetTickCount() - start, 1000 + kMarginMs);
+        resolver->Release();
+        const auto lines = Messages("runs on worker thread ");
+        ASSERT_FALSE(lines.empty());
+        const std::string &last = lines.back();
+        HANDLE worker = OpenThread(SYNCHRONIZE, FALSE, std::stoul(last.substr(last.rfind(' ') + 1)));
+        ASSERT_NE(worker, nullptr);
+        EXPECT_EQ(canUnloadNow(), row.canUnload);
+        FreeLibrary(library);
+        EXPECT_EQ(GetModuleHandleA(dll.c_str()), library);
+        if (row.status == 2) server = std::make_unique<LoopbackHttpServer>();
+        EXPECT_EQ(WaitForSingleObject(worker, 10000), WAIT_OBJECT_0);
+        CloseHandle(worker);
+        EXPECT_EQ(GetModuleHandleA(dll.c_str()), nullptr);
+        if (row.status == 2) {
+            // The new server's address for the next row.
+            WriteFileText(dir_.file("Users\\alice\\prefs.js"),
+                          "user_pref(\"network.proxy.type\", 2);\n"
+                          "user_pref(\"network.proxy.autoconfig_url\", \"" +
+                              server->url("/proxy.pac") + "\");\n");
+        }
+    }
+}
+
+// Last: the endless script's worker never ends.
+TEST_F(UntrustedTest, HostileScriptsAreAnsweredOrLeftAtTheirBound) {
+    const std::string timedOut =
+        "Script timed out: PACScriptTimeout (2000 ms) passed; InterruptScriptThread:  80004001";
+    const std::string create = "new ActiveXObject('WScript.Shell').Run('cmd /c exit')";
+    const long objects = ModuleObjectCount();
+    const struct {
+        const char *name;
+        std::string script;
+        unsigned status;
+        std::vector<Entry> entries;
+        std::string line;
+        bool bounded;
+    } rows[] = {
+        {"catches the refused object",
+         Returning("(function () { try { " + create + "; return 'DIRECT'; } catch (e) {"
+                   " return 'PROXY caught:1'; } })()"),
+         0, {Proxy("caught", 1)}, "FindProxyForURL returned:  PROXY caught:1", false},
+        {"does not catch it", Returning(create + ", 'DIRECT'"), 0, {}, "host.ExecuteSSS failed:  ",
+         false},
+        {"busy for 4 s", Returning("(function () { var end = new Date().getTime() + 4000;"
+                                   " while (new Date().getTime() < end) {} return 'DIRECT'; })()"),
+         2, {}, timedOut, true},
+        {"never returns", Returning("(function () { for (;;) {} })()"), 2, {}, timedOut, true},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        StartTrace(row.name);
+        LoopbackHttpServer server;
+        server.serve("/proxy.pac", HttpResponse::Text(row.script));
+        const Resolve got = Run(server.url("/proxy.pac"));
+        EXPECT_EQ(got.status, row.status);
+        EXPECT_EQ(got.entries, row.entries);
+        const auto lines = Messages(row.line);
+        ASSERT_EQ(lines.size(), 1u) << row.line;
+        if (row.line.back() != ' ') {
+            EXPECT_EQ(lines[0], row.line);
+        }
+        EXPECT_EQ(Messages("Script runs on worker thread ").size(), 1u);
+        if (row.bounded) {
+            EXPECT_GE(got.ms + 20, 2000u);
+            EXPECT_LE(got.ms, 2000 + kMarginMs);
+        }
+        printf("  %-40s %5lu ms\n", row.name, static_cast<unsigned long>(got.ms));
+        if (std::string(row.name) == "busy for 4 s") {
+            // Abandoned, it still ends by itself and gives back what it held.
+            EXPECT_TRUE(WaitForAbandonedWorkers(10000));
+            EXPECT_EQ(ModuleObjectCount(), objects);
+        }
+    }
+    // The engine cannot be interrupted: that worker runs until the program
+    // ends, with the engine's objects.
+    EXPECT_EQ(AbandonedWorkers(), 1);
+}
+
+}  // namespace
