@@ -1,17 +1,18 @@
 // A client program's view: the DLL registered with regsvr32, the resolver
-// created by ProgID, and nothing but the public header; and routvane.exe as
-// an administrator runs it (its usage errors, its JSON lines, its PAC
-// tester against a PAC server of this program and on local script files).
+// created by ProgID through nothing but the public header, the example of
+// the README; and routvane.exe as an administrator runs it (its usage
+// errors, its text and JSON lines, its PAC tester against a PAC server of
+// this program and on local script files). The decisions behind the
+// answers are the library's own tests; here each path is run once.
 #include <gtest/gtest.h>
 
 #include "LoopbackHttpServer.h"
+#include "TestSupport.h"
 
 #include <windows.h>
 #include <objbase.h>
 
-#include <cstdlib>
-#include <map>
-#include <memory>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -19,82 +20,85 @@
 
 namespace {
 
-std::string BesideThisProgram(const char *name) {
+std::string Beside(const std::string &name) {
     char path[MAX_PATH];
-    const DWORD n = GetModuleFileNameA(nullptr, path, MAX_PATH);
-    std::string dir(path, n);
-    return dir.substr(0, dir.find_last_of('\\') + 1) + name;
+    const std::string self(path, GetModuleFileNameA(nullptr, path, MAX_PATH));
+    return self.substr(0, self.find_last_of('\\') + 1) + name;
 }
 
-DWORD RunProgram(std::string command) {
-    STARTUPINFOA si = {};
-    si.cb = sizeof si;
-    PROCESS_INFORMATION pi = {};
-    if (!CreateProcessA(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si,
-                        &pi))
-        return GetLastError();
-    DWORD code = STILL_ACTIVE;
-    if (WaitForSingleObject(pi.hProcess, 60000) == WAIT_OBJECT_0) GetExitCodeProcess(pi.hProcess, &code);
-    CloseHandle(pi.hThread);
-    CloseHandle(pi.hProcess);
-    return code;
-}
-
-// A program's exit code and what it wrote to standard output and error
-// (each to a file of its own).
+// A program's exit code and what it wrote to standard output and error.
 struct ProgramRun {
     DWORD code = STILL_ACTIVE;
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
-std::string ReadAll(const std::string &path) {
-    std::string text;
-    if (FILE *f = fopen(path.c_str(), "rb")) {
-        char buffer[4096];
-        size_t n;
-        while ((n = fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, n);
-        fclose(f);
-    }
-    return text;
-}
-
-ProgramRun RunCaptured(std::string command) {
-    ProgramRun run;
-    char dir[MAX_PATH + 1] = "";
-    GetTempPathA(MAX_PATH, dir);
-    char outPath[MAX_PATH + 1] = "", errPath[MAX_PATH + 1] = "";
-    GetTempFileNameA(dir, "rvo", 0, outPath);
-    GetTempFileNameA(dir, "rve", 0, errPath);
+// Runs a program with its standard output and error each going to a file of
+// its own; one that has not ended within a minute is stopped.
+ProgramRun RunProgram(const std::string &program, const std::string &arguments) {
+    TempDir dir;
     SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    HANDLE out = CreateFileA(outPath, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                             CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    HANDLE err = CreateFileA(errPath, GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit,
-                             CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const auto create = [&](const char *name) {
+        return CreateFileA(dir.file(name).c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    };
     STARTUPINFOA si = {};
     si.cb = sizeof si;
     si.dwFlags = STARTF_USESTDHANDLES;
     si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    si.hStdOutput = out;
-    si.hStdError = err;
+    si.hStdOutput = create("out");
+    si.hStdError = create("err");
+    std::string command = "\"" + program + "\" " + arguments;
     PROCESS_INFORMATION pi = {};
+    ProgramRun run;
     if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si,
                        &pi)) {
         if (WaitForSingleObject(pi.hProcess, 60000) == WAIT_OBJECT_0)
             GetExitCodeProcess(pi.hProcess, &run.code);
+        else
+            TerminateProcess(pi.hProcess, STILL_ACTIVE);
         CloseHandle(pi.hThread);
         CloseHandle(pi.hProcess);
     } else {
         run.code = GetLastError();
     }
-    CloseHandle(out);
-    CloseHandle(err);
-    run.out = ReadAll(outPath);
-    run.err = ReadAll(errPath);
-    DeleteFileA(outPath);
-    DeleteFileA(errPath);
+    CloseHandle(si.hStdOutput);
+    CloseHandle(si.hStdError);
+    run.out = ReadFileText(dir.file("out"));
+    run.err = ReadFileText(dir.file("err"));
     return run;
 }
+
+// One run: what it checks, the program and its arguments, the exit code and
+// the whole standard output expected. Standard error is expected whole; or,
+// after '*', as fragments separated by '|', each of which must appear, or
+// with a leading '!' must not.
+struct RunRow {
+    std::string what, program, arguments;
+    DWORD code;
+    std::string out, err;
+};
+
+void CheckRuns(const std::vector<RunRow> &rows) {
+    for (const RunRow &row : rows) {
+        const ProgramRun run = RunProgram(row.program, row.arguments);
+        EXPECT_EQ(row.code, run.code) << row.what << "\n" << run.err;
+        EXPECT_EQ(row.out, run.out) << row.what;
+        if (row.err.empty() || row.err[0] != '*') {
+            EXPECT_EQ(row.err, run.err) << row.what;
+            continue;
+        }
+        for (size_t at = 1; at <= row.err.size();) {
+            const size_t end = std::min(row.err.find('|', at), row.err.size());
+            const bool absent = row.err[at] == '!';
+            const std::string part = row.err.substr(at + absent, end - at - absent);
+            EXPECT_EQ(absent, run.err.find(part) == std::string::npos)
+                << row.what << ": " << (absent ? "has " : "lacks ") << part << "\n" << run.err;
+            at = end + 1;
+        }
+    }
+}
+
+const std::string kTool = Beside("routvane.exe");
 
 // A Windows path as a JSON string holds it: each backslash doubled.
 std::string JsonPath(const std::string &path) {
@@ -103,182 +107,81 @@ std::string JsonPath(const std::string &path) {
     return out;
 }
 
-std::string Tool(const std::string &arguments) {
-    return "\"" + BesideThisProgram("routvane.exe") + "\" " + arguments;
-}
-
-// Standard output as one line: the JSON object without its line end. The
-// form is fixed, keys and their order included, so it is compared whole.
-std::string OneLine(const std::string &out) {
-    std::string line = out;
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
-    EXPECT_EQ(line.find('\n'), std::string::npos) << "not one line: " << out;
-    return line;
-}
-
-// A file in the temporary folder for the length of a test.
-class ScratchFile {
-public:
-    ScratchFile(const std::string &name, const std::string &text) {
-        char dir[MAX_PATH + 1] = "";
-        GetTempPathA(MAX_PATH, dir);
-        path_ = std::string(dir) + name;
-        if (FILE *f = fopen(path_.c_str(), "wb")) {
-            fwrite(text.data(), 1, text.size(), f);
-            fclose(f);
-        }
-    }
-    ~ScratchFile() { DeleteFileA(path_.c_str()); }
-    ScratchFile(const ScratchFile &) = delete;
-    ScratchFile &operator=(const ScratchFile &) = delete;
-    const std::string &path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
-// The WinINet settings of this user: a fixed proxy and a bypass list.
-class ProxySettings {
-public:
-    ProxySettings() {
-        RegCreateKeyExA(HKEY_CURRENT_USER, kKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key_,
-                        nullptr);
-        Save("ProxyEnable", enable_);
-        Save("ProxyServer", server_);
-        Save("ProxyOverride", override_);
-        const DWORD one = 1;
-        RegSetValueExA(key_, "ProxyEnable", 0, REG_DWORD, reinterpret_cast<const BYTE *>(&one), 4);
-        Set("ProxyServer", "proxy.corp.example:3128");
-        Set("ProxyOverride", "<local>;*.intranet.example");
-    }
-    ~ProxySettings() {
-        Restore("ProxyEnable", enable_);
-        Restore("ProxyServer", server_);
-        Restore("ProxyOverride", override_);
-        RegCloseKey(key_);
-    }
-
-private:
-    struct Saved {
-        bool had = false;
-        DWORD type = 0;
-        BYTE data[1024];
-        DWORD size = sizeof data;
-    };
-    static constexpr const char *kKey =
-        "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
-    void Save(const char *name, Saved &s) {
-        s.had = RegQueryValueExA(key_, name, nullptr, &s.type, s.data, &s.size) == ERROR_SUCCESS;
-    }
-    void Set(const char *name, const char *value) {
-        RegSetValueExA(key_, name, 0, REG_SZ, reinterpret_cast<const BYTE *>(value),
-                       static_cast<DWORD>(strlen(value) + 1));
-    }
-    void Restore(const char *name, const Saved &s) {
-        if (s.had)
-            RegSetValueExA(key_, name, 0, s.type, s.data, s.size);
-        else
-            RegDeleteValueA(key_, name);
-    }
-    HKEY key_ = nullptr;
-    Saved enable_, server_, override_;
-};
-
+// The DLL registered for the suite; this user's WinINet settings a fixed
+// proxy and a bypass list for each test.
 class ClientTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {
-        ASSERT_EQ(RunProgram("regsvr32 /s \"" + BesideThisProgram("routvane.dll") + "\""), 0u);
+        ASSERT_EQ(0u, RunProgram("regsvr32", "/s \"" + Beside("routvane.dll") + "\"").code);
     }
-    static void TearDownTestSuite() {
-        RunProgram("regsvr32 /u /s \"" + BesideThisProgram("routvane.dll") + "\"");
-    }
+    static void TearDownTestSuite() { RunProgram("regsvr32", "/u /s \"" + Beside("routvane.dll") + "\""); }
     void SetUp() override { ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))); }
     void TearDown() override { CoUninitialize(); }
-    ProxySettings settings_;
+
+    static constexpr const char *kKey =
+        "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
+    ScopedRegistryValue enable_ = ScopedRegistryValue::Dword("ProxyEnable", 1, HKEY_CURRENT_USER, kKey);
+    ScopedRegistryValue server_ = ScopedRegistryValue::String(
+        "ProxyServer", "proxy.corp.example:3128", HKEY_CURRENT_USER, kKey);
+    ScopedRegistryValue bypass_ = ScopedRegistryValue::String(
+        "ProxyOverride", "<local>;*.intranet.example", HKEY_CURRENT_USER, kKey);
 };
 
-IRoutvane *Create() {
+TEST_F(ClientTest, ResolvesThroughTheRegisteredServer) {
     CLSID clsid = {};
-    EXPECT_EQ(CLSIDFromProgID(ROUTVANE_PROGID, &clsid), S_OK);
+    ASSERT_EQ(S_OK, CLSIDFromProgID(ROUTVANE_PROGID, &clsid));
     EXPECT_TRUE(IsEqualCLSID(clsid, CLSID_Routvane));
     IRoutvane *resolver = nullptr;
-    EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IRoutvane,
-                               reinterpret_cast<void **>(&resolver)),
-              S_OK);
-    return resolver;
-}
-
-TEST_F(ClientTest, ResolvesThroughTheRegisteredServer) {
-    const struct {
-        const char *target;
-        unsigned status;
-    } rows[] = {{"www.example.com", ROUTVANE_PROXY},
-                {"intranet", ROUTVANE_DIRECT},
-                {"app.intranet.example", ROUTVANE_DIRECT}};
-    for (const auto &row : rows) {
-        IRoutvane *resolver = Create();
-        ASSERT_NE(resolver, nullptr);
-        EXPECT_EQ(resolver->RoutvaneBrowser(0, row.target, 443), row.status) << row.target;
-        if (row.status == ROUTVANE_PROXY) {
-            ASSERT_EQ(resolver->GetProxyCount(), 1);
-            bool direct = true;
-            char host[64];
-            unsigned port = 0;
-            EXPECT_TRUE(resolver->GetProxy(0, &direct, host, sizeof host, &port));
-            EXPECT_FALSE(direct);
-            EXPECT_STREQ(host, "proxy.corp.example");
-            EXPECT_EQ(port, 3128u);
-        } else {
-            EXPECT_EQ(resolver->GetProxyCount(), 0);
-        }
-        unsigned browser = ROUTVANE_BROWSER_UNKNOWN;
-        EXPECT_TRUE(resolver->GetBrowser(&browser));
-        EXPECT_EQ(browser, ROUTVANE_BROWSER_IE);
-        EXPECT_EQ(resolver->Release(), 0u);
-    }
+    ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IRoutvane,
+                                     reinterpret_cast<void **>(&resolver)));
+    EXPECT_EQ(ROUTVANE_PROXY, resolver->RoutvaneBrowser(0, "www.example.com", 443));
+    ASSERT_EQ(1, resolver->GetProxyCount());
+    bool direct = true;
+    char host[64];
+    unsigned port = 0;
+    EXPECT_TRUE(resolver->GetProxy(0, &direct, host, sizeof host, &port));
+    EXPECT_FALSE(direct);
+    EXPECT_STREQ("proxy.corp.example", host);
+    EXPECT_EQ(3128u, port);
+    unsigned browser = ROUTVANE_BROWSER_UNKNOWN;
+    EXPECT_TRUE(resolver->GetBrowser(&browser));
+    EXPECT_EQ(ROUTVANE_BROWSER_IE, browser);
+    EXPECT_EQ(0u, resolver->Release());
     // With every object released the server may be unloaded.
     HMODULE dll = GetModuleHandleA("routvane.dll");
-    ASSERT_NE(dll, nullptr);
+    ASSERT_NE(nullptr, dll);
     auto canUnload = reinterpret_cast<HRESULT(WINAPI *)()>(
         reinterpret_cast<void *>(GetProcAddress(dll, "DllCanUnloadNow")));
-    ASSERT_NE(canUnload, nullptr);
-    EXPECT_EQ(canUnload(), S_OK);
+    ASSERT_NE(nullptr, canUnload);
+    EXPECT_EQ(S_OK, canUnload());
 }
 
-TEST_F(ClientTest, CommandLineClientJsonIsOneObject) {
-    const ProgramRun proxied = RunCaptured(Tool("--json www.example.com 443"));
-    EXPECT_EQ(proxied.code, 0u) << proxied.err;
-    EXPECT_EQ(OneLine(proxied.out),
-              "{\"target\":\"www.example.com:443\",\"status\":0,\"browser\":0,\"entries\":[{"
-              "\"direct\":false,\"host\":\"proxy.corp.example\",\"port\":3128}],"
-              "\"autoConfigURL\":\"\"}");
-
-    const ProgramRun direct = RunCaptured(Tool("--json --script intranet"));
-    EXPECT_EQ(direct.code, 1u) << direct.err;
-    EXPECT_EQ(OneLine(direct.out), "{\"target\":\"intranet:80\",\"status\":1,\"browser\":0,"
-                                   "\"entries\":[],\"autoConfigURL\":\"\",\"script\":\"\"}");
-}
-
-TEST_F(ClientTest, ExampleProgramAnswersAsTheCommandLineClient) {
-    const std::string example = "\"" + BesideThisProgram("resolve_example.exe") + "\" ";
-    const ProgramRun proxied = RunCaptured(example + "www.example.com 443");
-    EXPECT_EQ(proxied.code, 0u);
-    EXPECT_EQ(OneLine(proxied.out), "PROXY proxy.corp.example:3128");
-    EXPECT_EQ(RunCaptured(example + "intranet 80").code, 1u);
-    EXPECT_EQ(RunCaptured(Tool("www.example.com 443")).out,
-              "www.example.com:443  proxy  PROXY proxy.corp.example:3128\r\nbrowser: 0 (WinINet "
-              "settings)\r\n");
+TEST_F(ClientTest, ProgramsOverTheRegisteredServer) {
+    const std::string example = Beside("resolve_example.exe");
+    const std::string proxied = "{\"target\":\"www.example.com:443\",\"status\":0,\"browser\":0,"
+                                "\"entries\":[{\"direct\":false,\"host\":\"proxy.corp.example\","
+                                "\"port\":3128}],\"autoConfigURL\":\"\"}\r\n";
+    CheckRuns({
+        {"the example: proxied", example, "www.example.com 443", 0,
+         "PROXY proxy.corp.example:3128\r\n", ""},
+        {"the example: direct", example, "intranet 80", 1, "DIRECT\r\n", ""},
+        {"text", kTool, "www.example.com 443", 0,
+         "www.example.com:443  proxy  PROXY proxy.corp.example:3128\r\n"
+         "browser: 0 (WinINet settings)\r\n", ""},
+        {"JSON: one object, its keys in order", kTool, "--json www.example.com 443", 0, proxied, ""},
+        {"JSON with --script: an empty script", kTool, "--json --script intranet", 1,
+         "{\"target\":\"intranet:80\",\"status\":1,\"browser\":0,\"entries\":[],"
+         "\"autoConfigURL\":\"\",\"script\":\"\"}\r\n", ""},
+    });
 }
 
 // ----------------------------------------------------- routvane.exe alone
 
-struct UsageCase {
-    const char *arguments;
-    const char *message;  // a fragment of the one line on standard error
-};
-
 TEST(CommandLineTest, UsageErrorsExitWithThreeAndOneLine) {
-    const UsageCase cases[] = {
+    const struct {
+        const char *arguments;
+        const char *message;  // a fragment of the one line on standard error
+    } cases[] = {
         {"", "missing HOST"},
         {"--json", "missing HOST"},
         {"--detect --options 3 --json", "missing HOST"},
@@ -289,11 +192,9 @@ TEST(CommandLineTest, UsageErrorsExitWithThreeAndOneLine) {
         {"intranet 65536", "PORT must be a number from 0 to 65535: 65536"},
         {"intranet 99999999999999999999999", "PORT must be a number from 0 to 65535"},
         {"intranet 80x", "PORT must be a number from 0 to 65535: 80x"},
-        {"--detect --options 3 intranet 70000", "PORT must be a number from 0 to 65535: 70000"},
         {"--detect --options ten intranet", "--options: not a number"},
         {"--detect --options 3.5 intranet", "--options: not a number"},
         {"--options 0x100000000 intranet", "--options: not a number"},
-        {"--options x intranet", "--options: not a number"},
         {"--detect --options", "--options: 1 required"},
         {"--pac", "--pac: 1 required"},
         {"--pac --json intranet", "--pac needs a URL"},
@@ -316,191 +217,156 @@ TEST(CommandLineTest, UsageErrorsExitWithThreeAndOneLine) {
         {"--targets no-such-file.txt", "--targets: cannot read no-such-file.txt"},
         {"--targets . intranet", "--targets: . is a directory"},
     };
-    for (const UsageCase &c : cases) {
-        const ProgramRun run = RunCaptured(Tool(c.arguments));
-        EXPECT_EQ(run.code, 3u) << c.arguments;
-        EXPECT_EQ(run.out, "") << c.arguments;
-        EXPECT_NE(run.err.find(c.message), std::string::npos) << c.arguments << ": " << run.err;
-        // One line, ending in a line feed (with the carriage return of text mode).
-        const std::string::size_type end = run.err.find('\n');
-        EXPECT_EQ(end, run.err.size() - 1) << c.arguments << ": " << run.err;
-        EXPECT_EQ(run.err.rfind("routvane: ", 0), 0u) << c.arguments << ": " << run.err;
+    for (const auto &c : cases) {
+        const ProgramRun run = RunProgram(kTool, c.arguments);
+        EXPECT_EQ(3u, run.code) << c.arguments;
+        EXPECT_EQ("", run.out) << c.arguments;
+        // One line, "routvane: " first, ending in a line feed (with the
+        // carriage return of text mode).
+        EXPECT_NE(std::string::npos, run.err.find(c.message)) << c.arguments << ": " << run.err;
+        EXPECT_EQ(run.err.size() - 1, run.err.find('\n')) << c.arguments << ": " << run.err;
+        EXPECT_EQ(0u, run.err.rfind("routvane: ", 0)) << c.arguments << ": " << run.err;
     }
 }
 
 TEST(CommandLineTest, DetectWithBothStagesOffAnswersDirect) {
     // Bits 0 and 1: neither the DHCP broadcast nor a wpad look-up.
-    const ProgramRun run = RunCaptured(Tool("--detect --options 3 --json --trace www.example.com 443"));
-    EXPECT_EQ(run.code, 1u) << run.err;
-    EXPECT_EQ(OneLine(run.out), "{\"target\":\"www.example.com:443\",\"status\":1,\"browser\":null,"
-                                "\"entries\":[],\"autoConfigURL\":\"\"}");
-    // The trace of the run, on standard error.
-    EXPECT_NE(run.err.find("Using DHCP timeout: "), std::string::npos) << run.err;
-    EXPECT_NE(run.err.find("DiscoverProxyUrlViaDHCP returned false"), std::string::npos) << run.err;
-    EXPECT_EQ(run.err.find("Trying WPAD"), std::string::npos) << run.err;
-
-    const ProgramRun text = RunCaptured(Tool("--detect --options 0x3 www.example.com"));
-    EXPECT_EQ(text.code, 1u) << text.err;
-    EXPECT_EQ(text.out, "www.example.com:80  direct  none\r\nauto-config URL: none found\r\n");
-    EXPECT_EQ(text.err, "");
+    CheckRuns({
+        {"JSON, the run's trace on standard error", kTool,
+         "--detect --options 3 --json --trace www.example.com 443", 1,
+         "{\"target\":\"www.example.com:443\",\"status\":1,\"browser\":null,\"entries\":[],"
+         "\"autoConfigURL\":\"\"}\r\n",
+         "*Using DHCP timeout: |DiscoverProxyUrlViaDHCP returned false|!Trying WPAD"},
+        {"text, the options in hex", kTool, "--detect --options 0x3 www.example.com", 1,
+         "www.example.com:80  direct  none\r\nauto-config URL: none found\r\n", ""},
+    });
 }
 
-class PacTesterTest : public testing::Test {
-protected:
-    // The script sees the URL and host routvane.exe was given.
-    const std::string script_ =
+// The script sees the URL and host routvane.exe was given; each run fetches
+// it once, however many targets it has.
+TEST(PacTesterTest, AgainstAServerOfItsOwn) {
+    const std::string script =
         "function FindProxyForURL(url, host) {\n"
         "  if (url != \"https://www.example.com:8080\" || host != \"www.example.com\")\n"
         "    return \"PROXY wrong.example:1\";\n"
         "  return \"PROXY p.example:3128; DIRECT\";\n"
         "}\n";
-    LoopbackHttpServer server_;
-};
-
-TEST_F(PacTesterTest, JsonHoldsTheScriptsAnswer) {
-    server_.serve("/proxy.pac", HttpResponse::Text(script_));
-    const std::string url = server_.url("/proxy.pac");
-    const ProgramRun run = RunCaptured(Tool("--pac " + url + " --json --script --trace www.example.com 8080"));
-    EXPECT_EQ(run.code, 0u) << run.err;
-    // The script's quotes and line ends arrive escaped.
-    EXPECT_EQ(OneLine(run.out),
-              "{\"target\":\"www.example.com:8080\",\"status\":0,\"browser\":null,\"entries\":[{"
-              "\"direct\":false,\"host\":\"p.example\",\"port\":3128},{\"direct\":true,\"host\":"
-              "\"\",\"port\":0}],\"autoConfigURL\":\"" + url + "\",\"script\":\"function "
-              "FindProxyForURL(url, host) {\\n  if (url != \\\"https://www.example.com:8080\\\" || "
-              "host != \\\"www.example.com\\\")\\n    return \\\"PROXY wrong.example:1\\\";\\n  "
-              "return \\\"PROXY p.example:3128; DIRECT\\\";\\n}\\n\"}");
-    EXPECT_EQ(server_.requests(), std::vector<std::string>({"/proxy.pac"}));
-    // --trace: the run's trace lines on standard error, none on standard output.
-    EXPECT_NE(run.err.find("FindProxyForURL returned:  PROXY p.example:3128; DIRECT"),
-              std::string::npos)
-        << run.err;
-    EXPECT_NE(run.err.find("--- BEGIN SCRIPT ---"), std::string::npos) << run.err;
-}
-
-// Several targets: the script is fetched once, each target evaluated on
-// its own (the script sees each target's URL and host).
-TEST_F(PacTesterTest, FetchedOnceForSeveralTargets) {
-    server_.serve("/proxy.pac", HttpResponse::Text(script_));
-    const std::string url = server_.url("/proxy.pac");
-    const ProgramRun run = RunCaptured(Tool("--pac " + url + " www.example.com:8080 web 443"));
-    EXPECT_EQ(run.code, 0u) << run.err;
-    EXPECT_EQ(run.out, "www.example.com:8080  proxy  PROXY p.example:3128; DIRECT\r\n"
-                       "web:443  proxy  PROXY wrong.example:1\r\n"
-                       "auto-config URL: " + url + "\r\n");
-    EXPECT_EQ(server_.requests(), std::vector<std::string>({"/proxy.pac"}));
-}
-
-TEST_F(PacTesterTest, TextAndExitCodes) {
-    server_.serve("/direct.pac",
-                  HttpResponse::Text("function FindProxyForURL(url, host) { return \"\"; }"));
-    server_.serve("/proxy.pac", HttpResponse::Text(script_));
-    const ProgramRun proxied = RunCaptured(Tool("--pac " + server_.url("/proxy.pac") + " www.example.com 8080"));
-    EXPECT_EQ(proxied.code, 0u) << proxied.err;
-    EXPECT_EQ(proxied.out, "www.example.com:8080  proxy  PROXY p.example:3128; DIRECT\r\n"
-                           "auto-config URL: " + server_.url("/proxy.pac") + "\r\n");
-    EXPECT_EQ(proxied.err, "");  // no --trace: nothing on standard error
-
-    // An empty answer: direct.
-    const ProgramRun direct = RunCaptured(Tool("--pac " + server_.url("/direct.pac") + " --json intranet"));
-    EXPECT_EQ(direct.code, 1u) << direct.err;
-    EXPECT_EQ(OneLine(direct.out), "{\"target\":\"intranet:80\",\"status\":1,\"browser\":null,"
-                                   "\"entries\":[],\"autoConfigURL\":\"" + server_.url("/direct.pac") +
-                                   "\"}");
-
-    // A 404 page is a completed download without a script: the evaluation
-    // fails, and the library reports the source as answered, with no entries.
-    const ProgramRun missing =
-        RunCaptured(Tool("--pac " + server_.url("/missing.pac") + " --json --trace www.example.com"));
-    EXPECT_EQ(missing.code, 0u) << missing.err;
-    EXPECT_EQ(OneLine(missing.out), "{\"target\":\"www.example.com:80\",\"status\":0,\"browser\":"
-                                    "null,\"entries\":[],\"autoConfigURL\":\"" +
-                                    server_.url("/missing.pac") + "\"}");
-    EXPECT_NE(missing.err.find("host.ExecuteSSS failed:  "), std::string::npos) << missing.err;
-
-    // A refused connection (its URL recorded as tried) and no URL at all
-    // (nothing tried): failure, still one object.
+    LoopbackHttpServer server;
+    server.serve("/proxy.pac", HttpResponse::Text(script));
+    server.serve("/direct.pac",
+                 HttpResponse::Text("function FindProxyForURL(url, host) { return \"\"; }"));
+    const std::string proxy = server.url("/proxy.pac"), direct = server.url("/direct.pac");
+    const std::string missing = server.url("/missing.pac");
     const std::string refused =
         "http://127.0.0.1:" + std::to_string(UnusedLoopbackPort()) + "/proxy.pac";
-    for (const auto &[bad, tried] : {std::make_pair(refused, refused),
-                                     std::make_pair(std::string("not-a-url"), std::string())}) {
-        const ProgramRun failed = RunCaptured(Tool("--pac " + bad + " --json www.example.com"));
-        EXPECT_EQ(failed.code, 2u) << bad << ": " << failed.err;
-        EXPECT_EQ(OneLine(failed.out), "{\"target\":\"www.example.com:80\",\"status\":2,"
-                                       "\"browser\":null,\"entries\":[],\"autoConfigURL\":\"" +
-                                       tried + "\"}");
-    }
+    const auto failed = [](const std::string &tried) {
+        return "{\"target\":\"www.example.com:80\",\"status\":2,\"browser\":null,\"entries\":[],"
+               "\"autoConfigURL\":\"" + tried + "\"}\r\n";
+    };
+    CheckRuns({
+        {"JSON: the script's quotes and line ends escaped; --trace on standard error", kTool,
+         "--pac " + proxy + " --json --script --trace www.example.com 8080", 0,
+         "{\"target\":\"www.example.com:8080\",\"status\":0,\"browser\":null,\"entries\":[{"
+         "\"direct\":false,\"host\":\"p.example\",\"port\":3128},{\"direct\":true,\"host\":"
+         "\"\",\"port\":0}],\"autoConfigURL\":\"" + proxy + "\",\"script\":\"function "
+         "FindProxyForURL(url, host) {\\n  if (url != \\\"https://www.example.com:8080\\\" || "
+         "host != \\\"www.example.com\\\")\\n    return \\\"PROXY wrong.example:1\\\";\\n  "
+         "return \\\"PROXY p.example:3128; DIRECT\\\";\\n}\\n\"}\r\n",
+         "*FindProxyForURL returned:  PROXY p.example:3128; DIRECT|--- BEGIN SCRIPT ---"},
+        {"several targets, each evaluated on its own; no --trace, nothing on standard error",
+         kTool, "--pac " + proxy + " www.example.com:8080 web 443", 0,
+         "www.example.com:8080  proxy  PROXY p.example:3128; DIRECT\r\n"
+         "web:443  proxy  PROXY wrong.example:1\r\nauto-config URL: " + proxy + "\r\n", ""},
+        {"an empty answer: direct", kTool, "--pac " + direct + " --json intranet", 1,
+         "{\"target\":\"intranet:80\",\"status\":1,\"browser\":null,\"entries\":[],"
+         "\"autoConfigURL\":\"" + direct + "\"}\r\n", ""},
+        // A 404 page is a completed download without a script: the
+        // evaluation fails, and the source counts as answered, with no entries.
+        {"a 404 page", kTool, "--pac " + missing + " --json --trace www.example.com", 0,
+         "{\"target\":\"www.example.com:80\",\"status\":0,\"browser\":null,\"entries\":[],"
+         "\"autoConfigURL\":\"" + missing + "\"}\r\n", "*host.ExecuteSSS failed:  "},
+        {"a refused connection: its URL recorded as tried", kTool,
+         "--pac " + refused + " --json www.example.com", 2, failed(refused), ""},
+        {"no URL at all: nothing tried", kTool, "--pac not-a-url --json www.example.com", 2,
+         failed(""), ""},
+    });
+    EXPECT_EQ(server.requests(),
+              std::vector<std::string>({"/proxy.pac", "/proxy.pac", "/direct.pac", "/missing.pac"}));
 }
 
-// A local script for targets from the command line and a targets file:
-// one line each, a bad line of the file named by its number while the good
-// ones still run, and the highest of the targets' exit codes.
-TEST(ScriptFileTest, SeveralTargets) {
-    const ScratchFile script("rv-several.pac",
-                             "function FindProxyForURL(url, host) {\n"
-                             "  if (host == 'intranet') return '';\n"
-                             "  if (shExpMatch(url, '*:8080')) return 'PROXY p.example:3128';\n"
-                             "  return 'PROXY q.example:80; DIRECT';\n"
-                             "}\n");
-    const ScratchFile targets("rv-targets.txt",
-                              "# the hosts to check\n"
-                              "web.example.com\r\n"
-                              "\n"
-                              "bad host\n"
-                              "  mail.example.com:25   # with a port\n"
-                              "host:notaport\n");
-    const ProgramRun run = RunCaptured(Tool("--pac-file \"" + script.path() +
-                                            "\" www.example.com:8080 intranet --targets \"" +
-                                            targets.path() + "\""));
-    EXPECT_EQ(run.code, 2u) << run.err;
-    EXPECT_EQ(run.out, "www.example.com:8080  proxy  PROXY p.example:3128\r\n"
-                       "intranet:80  direct  none\r\n"
-                       "web.example.com:80  proxy  PROXY q.example:80; DIRECT\r\n"
-                       "mail.example.com:25  proxy  PROXY q.example:80; DIRECT\r\n"
-                       "script file: " + script.path() + "\r\n");
-    EXPECT_EQ(run.err, "routvane: " + targets.path() + ":4: not HOST[:PORT]: bad host\r\n"
-                       "routvane: " + targets.path() + ":6: not HOST[:PORT]: host:notaport\r\n");
-
-    // Today's HOST PORT, next to HOST:PORT; direct over proxy.
-    const ProgramRun json =
-        RunCaptured(Tool("--pac-file \"" + script.path() + "\" --json intranet 8080 www.example.com"));
-    EXPECT_EQ(json.code, 1u) << json.err;
-    EXPECT_EQ(json.out.substr(0, json.out.find('\n')),
-              "{\"target\":\"intranet:8080\",\"status\":1,\"browser\":null,\"entries\":[],"
-              "\"autoConfigURL\":\"" + JsonPath(script.path()) + "\"}\r");
-    EXPECT_EQ(json.out.find("{\"target\":\"www.example.com:80\",\"status\":0,"),
-              json.out.find('\n') + 1)
-        << json.out;
+// Local scripts: targets from the command line and a targets file, one line
+// each, a bad line of the file named by its number while the good ones still
+// run, and the highest of the targets' exit codes; scripts that cannot be
+// had, or never end, fail with a clear message and never hang.
+TEST(ScriptFileTest, TargetsAndBadFiles) {
+    TempDir dir;
+    const std::string script = dir.file("several.pac"), targets = dir.file("targets.txt");
+    WriteFileText(script,
+                  "function FindProxyForURL(url, host) {\n"
+                  "  if (host == 'intranet') return '';\n"
+                  "  if (shExpMatch(url, '*:8080')) return 'PROXY p.example:3128';\n"
+                  "  return 'PROXY q.example:80; DIRECT';\n"
+                  "}\n");
+    WriteFileText(targets,
+                  "# the hosts to check\nweb.example.com\r\n\nbad host\n"
+                  "  mail.example.com:25   # with a port\nhost:notaport\n");
+    const std::string empty = dir.file("empty.pac"), endless = dir.file("endless.pac");
+    const std::string missing = dir.file("no-such.pac");
+    WriteFileText(empty, "");
+    WriteFileText(endless, "function FindProxyForURL(url, host) { while (true) {} }\n");
+    const auto unusable = [](const std::string &path, const char *message) {
+        return RunRow{message, kTool, "--pac-file \"" + path + "\" intranet", 2,
+                      "intranet:80  failed  none\r\nscript file: " + path + "\r\n",
+                      "routvane: --pac-file " + path + ": " + message + "\r\n"};
+    };
+    CheckRuns({
+        {"targets from the command line and a file", kTool,
+         "--pac-file \"" + script + "\" www.example.com:8080 intranet --targets \"" + targets + "\"",
+         2,
+         "www.example.com:8080  proxy  PROXY p.example:3128\r\nintranet:80  direct  none\r\n"
+         "web.example.com:80  proxy  PROXY q.example:80; DIRECT\r\n"
+         "mail.example.com:25  proxy  PROXY q.example:80; DIRECT\r\nscript file: " + script + "\r\n",
+         "routvane: " + targets + ":4: not HOST[:PORT]: bad host\r\n"
+         "routvane: " + targets + ":6: not HOST[:PORT]: host:notaport\r\n"},
+        {"HOST PORT next to HOST:PORT; direct over proxy", kTool,
+         "--pac-file \"" + script + "\" --json intranet 8080 www.example.com", 1,
+         "{\"target\":\"intranet:8080\",\"status\":1,\"browser\":null,\"entries\":[],"
+         "\"autoConfigURL\":\"" + JsonPath(script) + "\"}\r\n"
+         "{\"target\":\"www.example.com:80\",\"status\":0,\"browser\":null,\"entries\":[{"
+         "\"direct\":false,\"host\":\"q.example\",\"port\":80},{\"direct\":true,\"host\":\"\","
+         "\"port\":0}],\"autoConfigURL\":\"" + JsonPath(script) + "\"}\r\n", ""},
+        unusable(missing, "no such file"),
+        unusable(dir.path(), "a directory, not a script file"),
+        unusable(empty, "the file is empty"),
+        {"a script that never ends", kTool,
+         "--pac-file \"" + endless + "\" --timeout 1 --json intranet", 2, "",
+         "routvane: no answer within 1 s (the script or the server did not finish)\r\n"},
+    });
 }
 
 // --lint: every difference the report knows, from what the evaluation did.
 // The unknown functions are each called inside try, so that the script
 // goes on to the next.
 TEST(ScriptFileTest, LintReportsWhatHappened) {
-    const ScratchFile script(
-        "rv-lint.pac",
-        "function FindProxyForURL(url, host) {\n"
-        "  alert('checking ' + host);\n"
-        "  alert(42);\n"
-        "  if (dnsDomainIs(host, 'example.com')) return 'PROXY never.example:1';\n"
-        "  if (dnsDomainIs(host, '.example.com')) alert('dotted domain matches');\n"
-        "  if (localHostOrDomainIs('WWW', 'www.example.com')) return 'PROXY never.example:2';\n"
-        "  isInNet('10.1.2.3', '10.0.0.0', '255.0.0.0');\n"
-        "  isInNet('1host.example', 'ten.0.0.0', '255.0.0.0/8');\n"
-        "  var missing = ['isInNetEx', 'dnsResolveEx', 'myIpAddressEx', 'isResolvableEx',\n"
-        "                 'sortIpAddressList', 'getClientVersion'];\n"
-        "  try { isInNetEx(host, 'fd00::/8'); } catch (e) {}\n"
-        "  try { dnsResolveEx(host); } catch (e) {}\n"
-        "  try { myIpAddressEx(); } catch (e) {}\n"
-        "  try { isResolvableEx(host); } catch (e) {}\n"
-        "  try { sortIpAddressList('10.0.0.1;10.0.0.2'); } catch (e) {}\n"
-        "  try { getClientVersion(); } catch (e) {}\n"
-        "  return 'SOCKS s.example:1080; PROXY p.example:3128; HTTPS h.example:443; DIRECT;';\n"
-        "}\n");
-    const ProgramRun run =
-        RunCaptured(Tool("--pac-file \"" + script.path() + "\" --lint www.example.com:443"));
-    EXPECT_EQ(run.code, 0u) << run.err;
-    const char *const notes[] = {
+    const char *const missing[] = {"isInNetEx", "dnsResolveEx", "myIpAddressEx",
+                                   "isResolvableEx", "sortIpAddressList", "getClientVersion"};
+    std::string calls;
+    for (const char *name : missing) calls += std::string("  try { ") + name + "('x'); } catch (e) {}\n";
+    TempDir dir;
+    const std::string script = dir.file("lint.pac");
+    WriteFileText(script,
+                  "function FindProxyForURL(url, host) {\n"
+                  "  alert('checking ' + host);\n"
+                  "  alert(42);\n"
+                  "  if (dnsDomainIs(host, 'example.com')) return 'PROXY never.example:1';\n"
+                  "  if (dnsDomainIs(host, '.example.com')) alert('dotted domain matches');\n"
+                  "  if (localHostOrDomainIs('WWW', 'www.example.com')) return 'PROXY never.example:2';\n"
+                  "  isInNet('10.1.2.3', '10.0.0.0', '255.0.0.0');\n"
+                  "  isInNet('1host.example', 'ten.0.0.0', '255.0.0.0/8');\n" + calls +
+                  "  return 'SOCKS s.example:1080; PROXY p.example:3128; HTTPS h.example:443; DIRECT;';\n"
+                  "}\n");
+    const std::string isInNet = "isInNet(\"1host.example\", \"ten.0.0.0\", \"255.0.0.0/8\"): ";
+    std::vector<std::string> notes = {
         "alert: checking www.example.com",
         "alert: 42",
         "dnsDomainIs(\"www.example.com\", \"example.com\"): the domain has no leading dot, so "
@@ -508,75 +374,37 @@ TEST(ScriptFileTest, LintReportsWhatHappened) {
         "alert: dotted domain matches",
         "localHostOrDomainIs(\"WWW\", \"www.example.com\"): compared with the letter case, so "
         "false here",
-        "isInNet(\"1host.example\", \"ten.0.0.0\", \"255.0.0.0/8\"): a host beginning with a "
-        "digit is taken as an address without a look-up; this one is no address and is used as "
-        "255.255.255.255",
-        "isInNet(\"1host.example\", \"ten.0.0.0\", \"255.0.0.0/8\"): the pattern is no address "
-        "and is used as 255.255.255.255",
-        "isInNet(\"1host.example\", \"ten.0.0.0\", \"255.0.0.0/8\"): the mask is no address "
-        "and is used as 255.255.255.255",
-        "isInNetEx: not a function of this runtime (the script stops where it calls it)",
-        "dnsResolveEx: not a function of this runtime (the script stops where it calls it)",
-        "myIpAddressEx: not a function of this runtime (the script stops where it calls it)",
-        "isResolvableEx: not a function of this runtime (the script stops where it calls it)",
-        "sortIpAddressList: not a function of this runtime (the script stops where it calls it)",
-        "getClientVersion: not a function of this runtime (the script stops where it calls it)",
-        "answer entry skipped (only PROXY and DIRECT are read): \"SOCKS s.example:1080\"",
-        "answer entry skipped (only PROXY and DIRECT are read): \"HTTPS h.example:443\"",
+        isInNet + "a host beginning with a digit is taken as an address without a look-up; this "
+                  "one is no address and is used as 255.255.255.255",
+        isInNet + "the pattern is no address and is used as 255.255.255.255",
+        isInNet + "the mask is no address and is used as 255.255.255.255",
     };
-    std::string expected = "www.example.com:443  proxy  PROXY p.example:3128; DIRECT\r\n";
+    for (const char *name : missing)
+        notes.push_back(std::string(name) +
+                        ": not a function of this runtime (the script stops where it calls it)");
+    for (const char *entry : {"SOCKS s.example:1080", "HTTPS h.example:443"})
+        notes.push_back(std::string("answer entry skipped (only PROXY and DIRECT are read): \"") +
+                        entry + "\"");
+    const std::string answer = "www.example.com:443  proxy  PROXY p.example:3128; DIRECT\r\n";
+    const std::string tail = "script file: " + script + "\r\n";
+    std::string text = answer;
     std::string json = "{\"target\":\"www.example.com:443\",\"status\":0,\"browser\":null,"
                        "\"entries\":[{\"direct\":false,\"host\":\"p.example\",\"port\":3128},"
                        "{\"direct\":true,\"host\":\"\",\"port\":0}],\"autoConfigURL\":\"" +
-                       JsonPath(script.path()) + "\",\"notes\":[";
-    for (const char *note : notes) {
-        expected += std::string("  lint: ") + note + "\r\n";
+                       JsonPath(script) + "\",\"notes\":[";
+    for (const std::string &note : notes) {
+        text += "  lint: " + note + "\r\n";
         std::string quoted;
-        for (const char *c = note; *c; ++c) quoted += *c == '"' ? std::string("\\\"") : std::string(1, *c);
+        for (const char c : note) quoted += c == '"' ? std::string("\\\"") : std::string(1, c);
         json += (json.back() == '[' ? "\"" : ",\"") + quoted + "\"";
     }
-    expected += "script file: " + script.path() + "\r\n";
-    EXPECT_EQ(run.out, expected);
-    const ProgramRun jsonRun =
-        RunCaptured(Tool("--pac-file \"" + script.path() + "\" --lint --json www.example.com:443"));
-    EXPECT_EQ(jsonRun.code, 0u) << jsonRun.err;
-    EXPECT_EQ(OneLine(jsonRun.out), json + "]}");
-    // Without --lint the same run has no report, and the same answer.
-    const ProgramRun plain = RunCaptured(Tool("--pac-file \"" + script.path() + "\" www.example.com:443"));
-    EXPECT_EQ(plain.out, "www.example.com:443  proxy  PROXY p.example:3128; DIRECT\r\n"
-                         "script file: " + script.path() + "\r\n");
-}
-
-// A script that cannot be had, or never ends: a clear message and exit
-// code 2, never a hang.
-TEST(ScriptFileTest, BadScriptFiles) {
-    const ScratchFile empty("rv-empty.pac", "");
-    const ScratchFile endless("rv-endless.pac",
-                              "function FindProxyForURL(url, host) { while (true) {} }\n");
-    char temp[MAX_PATH + 1] = "";
-    GetTempPathA(MAX_PATH, temp);
-    std::string folder(temp);
-    folder.pop_back();  // without its final backslash
-    const std::string missing = folder + "\\rv-no-such.pac";
-    const struct {
-        std::string path, message;
-    } rows[] = {
-        {missing, "no such file"},
-        {folder, "a directory, not a script file"},
-        {empty.path(), "the file is empty"},
-    };
-    for (const auto &row : rows) {
-        const ProgramRun run = RunCaptured(Tool("--pac-file \"" + row.path + "\" intranet"));
-        EXPECT_EQ(run.code, 2u) << row.path;
-        EXPECT_EQ(run.err, "routvane: --pac-file " + row.path + ": " + row.message + "\r\n");
-        EXPECT_EQ(run.out, "intranet:80  failed  none\r\nscript file: " + row.path + "\r\n");
-    }
-    const ProgramRun stuck =
-        RunCaptured(Tool("--pac-file \"" + endless.path() + "\" --timeout 1 --json intranet"));
-    EXPECT_EQ(stuck.code, 2u);
-    EXPECT_EQ(stuck.out, "");
-    EXPECT_EQ(stuck.err,
-              "routvane: no answer within 1 s (the script or the server did not finish)\r\n");
+    const std::string file = "--pac-file \"" + script + "\" ";
+    CheckRuns({
+        {"the report, one line a note", kTool, file + "--lint www.example.com:443", 0, text + tail, ""},
+        {"the report in JSON", kTool, file + "--lint --json www.example.com:443", 0, json + "]}\r\n", ""},
+        {"without --lint no report, the same answer", kTool, file + "www.example.com:443", 0,
+         answer + tail, ""},
+    });
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
-// The PAC helper object's frame: its type library, its dispatch layer, its
-// identity, and what its methods receive.
+// The PAC helper object's frame: the shipped type library, its dispatch
+// layer and its identity. The method table itself, and what it hands over
+// for omitted arguments, is checked by the scripts that call every method.
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 #include "PacTestSupport.h"
 #include "TestSupport.h"
@@ -12,104 +12,16 @@
 
 namespace {
 
-ComPtr<ITypeLib> LoadOwnTypeLib(const char *file) {
+// The script tests load the type library from this program; the shipped
+// library must carry the same resource for the scripts its clients run.
+TEST(HelperTypeLibrary, TheShippedLibraryCarriesIt) {
     char path[MAX_PATH];
-    std::string full(path, GetModuleFileNameA(nullptr, path, sizeof path));
-    if (file) full = full.substr(0, full.find_last_of('\\') + 1) + file;
-    ComPtr<ITypeLib> lib;
-    LoadTypeLib(BstrFromNarrow(full).get(), lib.out());
-    return lib;
-}
-
-TEST(HelperTypeLibrary, MethodTable) {
-    struct Row {
-        const wchar_t *name;
-        short params, optional;  // declared in-parameters, of which optional
-        VARTYPE firstType, resultType;
-    };
-    // DISPIDs run 1 to 13 in vtable slots 7 to 19; alert alone returns
-    // nothing (result type VT_EMPTY here).
-    const Row rows[] = {
-        {L"isPlainHostname", 1, 0, VT_BSTR, VT_BOOL}, {L"dnsDomainIs", 2, 0, VT_BSTR, VT_BOOL},
-        {L"localHostOrDomainIs", 2, 0, VT_BSTR, VT_BOOL}, {L"isResolvable", 1, 0, VT_BSTR, VT_BOOL},
-        {L"isInNet", 3, 0, VT_BSTR, VT_BOOL}, {L"dnsResolve", 1, 0, VT_BSTR, VT_BSTR},
-        {L"myIpAddress", 0, 0, VT_EMPTY, VT_BSTR}, {L"dnsDomainLevels", 1, 0, VT_BSTR, VT_INT},
-        {L"shExpMatch", 2, 0, VT_BSTR, VT_BOOL}, {L"weekdayRange", 3, 2, VT_BSTR, VT_BOOL},
-        {L"dateRange", 7, 6, VT_VARIANT, VT_BOOL}, {L"timeRange", 7, 6, VT_VARIANT, VT_BOOL},
-        {L"alert", 1, 1, VT_VARIANT, VT_EMPTY},
-    };
-    ComPtr<ITypeLib> lib = LoadOwnTypeLib(nullptr);
-    ASSERT_TRUE(lib);
-    ComPtr<ITypeInfo> info, vtable;
-    ASSERT_EQ(S_OK, lib->GetTypeInfoOfGuid(IID_IFindProxyForUrl, info.out()));
-    HREFTYPE ref = 0;
-    ASSERT_EQ(S_OK, info->GetRefTypeOfImplType(-1, &ref));
-    ASSERT_EQ(S_OK, info->GetRefTypeInfo(ref, vtable.out()));
-    TYPEATTR *attr = nullptr;
-    ASSERT_EQ(S_OK, vtable->GetTypeAttr(&attr));
-    const WORD dual = TYPEFLAG_FDUAL | TYPEFLAG_FOLEAUTOMATION | TYPEFLAG_FDISPATCHABLE;
-    EXPECT_EQ(dual, attr->wTypeFlags & dual);
-    EXPECT_EQ(13, attr->cFuncs);
-    vtable->ReleaseTypeAttr(attr);
-
-    for (UINT i = 0; i < 13; ++i) {
-        const Row &row = rows[i];
-        FUNCDESC *func = nullptr;
-        ASSERT_EQ(S_OK, vtable->GetFuncDesc(i, &func));
-        EXPECT_EQ(static_cast<MEMBERID>(i + 1), func->memid) << i;
-        EXPECT_EQ((7 + i) * sizeof(void *), static_cast<size_t>(func->oVft)) << i;
-        const bool hasResult = row.resultType != VT_EMPTY;
-        ASSERT_EQ(row.params + (hasResult ? 1 : 0), func->cParams) << i;
-        EXPECT_EQ(row.optional, func->cParamsOpt == -1 ? 0 : func->cParamsOpt + 0) << i;
-        ScopedBstr name;
-        UINT names = 0;
-        EXPECT_EQ(S_OK, vtable->GetNames(func->memid, name.out(), 1, &names));
-        EXPECT_EQ(std::wstring(row.name), WideFromBstr(name.get()));
-        EXPECT_EQ(row.firstType, row.params ? func->lprgelemdescParam[0].tdesc.vt : VARTYPE{VT_EMPTY}) << i;
-        if (hasResult) {
-            const ELEMDESC &retval = func->lprgelemdescParam[row.params];
-            EXPECT_TRUE(retval.paramdesc.wParamFlags & PARAMFLAG_FRETVAL) << i;
-            ASSERT_EQ(VT_PTR, retval.tdesc.vt) << i;
-            EXPECT_EQ(row.resultType, retval.tdesc.lptdesc->vt) << i;
-        }
-        // The weekday strings default to "", the range VARIANTs have no default.
-        for (short p = row.params - row.optional; p < row.params; ++p) {
-            const PARAMDESC &desc = func->lprgelemdescParam[p].paramdesc;
-            EXPECT_TRUE(desc.wParamFlags & PARAMFLAG_FOPT) << i << "/" << p;
-            ASSERT_EQ(row.firstType == VT_BSTR, (desc.wParamFlags & PARAMFLAG_FHASDEFAULT) != 0)
-                << i << "/" << p;
-            if (row.firstType != VT_BSTR) continue;
-            const VARIANT &value = desc.pparamdescex->varDefaultValue;
-            EXPECT_EQ(VT_BSTR, V_VT(&value));
-            EXPECT_EQ(0u, SysStringLen(V_BSTR(&value)));
-        }
-        vtable->ReleaseFuncDesc(func);
-    }
-}
-
-TEST(HelperTypeLibrary, LibraryAndClassInTheProgramAndTheShippedLibrary) {
-    ComPtr<ITypeLib> shipped = LoadOwnTypeLib("routvane.dll");
-    ASSERT_TRUE(shipped);
+    std::string dll(path, GetModuleFileNameA(nullptr, path, sizeof path));
+    dll = dll.substr(0, dll.find_last_of('\\') + 1) + "routvane.dll";
+    ComPtr<ITypeLib> shipped;
+    ASSERT_EQ(S_OK, LoadTypeLib(BstrFromNarrow(dll).get(), shipped.out()));
     ComPtr<ITypeInfo> info;
     EXPECT_EQ(S_OK, shipped->GetTypeInfoOfGuid(IID_IFindProxyForUrl, info.out()));
-
-    ComPtr<ITypeLib> lib = LoadOwnTypeLib(nullptr);
-    ASSERT_TRUE(lib);
-    TLIBATTR *attr = nullptr;
-    ASSERT_EQ(S_OK, lib->GetLibAttr(&attr));
-    EXPECT_TRUE(IsEqualGUID(LIBID_FindProxyForUrl, attr->guid));
-    EXPECT_EQ(1, attr->wMajorVerNum);
-    EXPECT_EQ(0, attr->wMinorVerNum);
-    lib->ReleaseTLibAttr(attr);
-    ScopedBstr name, help;
-    ASSERT_EQ(S_OK, lib->GetDocumentation(-1, name.out(), help.out(), nullptr, nullptr));
-    EXPECT_EQ(L"FindProxyForUrl", WideFromBstr(name.get()));
-    EXPECT_EQ(L"Ovrena FindProxyForUrl methods", WideFromBstr(help.get()));
-    ComPtr<ITypeInfo> coclass;
-    ASSERT_EQ(S_OK, lib->GetTypeInfoOfGuid(CLSID_FindProxyForUrl, coclass.out()));
-    INT flags = 0;
-    ASSERT_EQ(S_OK, coclass->GetImplTypeFlags(0, &flags));
-    EXPECT_TRUE(flags & IMPLTYPEFLAG_FDEFAULT);
 }
 
 // What the script tests cannot reach; the calls themselves go through it there.
@@ -143,13 +55,10 @@ TEST(HelperObject, AlertWritesItsMessageToTheTrace) {
     } rows[] = {
         {"alert('from the script')", "from the script"},
         {"alert()", ""},
-        {"alert('')", ""},
-        {"alert(42)", "42"},
         {"alert(-1.5)", "-1.5"},
         {"alert(true)", "true"},
         {"alert(null)", "null"},
         {"alert(undefined)", "undefined"},
-        {"alert('host=' + 'web')", "host=web"},
         {"alert('" + long64k + "')", long64k},
     };
     for (const auto &row : rows) {
@@ -162,9 +71,8 @@ TEST(HelperObject, AlertWritesItsMessageToTheTrace) {
         EXPECT_EQ(0u, LineText(lines[0]).rfind("alert: " + row.message + " (tid=", 0))
             << row.call.substr(0, 40) << ": " << LineText(lines[0]).substr(0, 80);
     }
-    // An object and a function are no failure either.
-    for (const char *call : {"alert({a: 1})", "alert([1, 2])", "alert(function () { return 1; })"})
-        EXPECT_EQ("undefined:undefined", Eval(call)) << call;
+    // An object is no failure either.
+    EXPECT_EQ("undefined:undefined", Eval("alert({a: 1})"));
 }
 
 TEST(HelperObject, Identity) {
@@ -205,40 +113,6 @@ TEST(HelperObject, Identity) {
     EXPECT_TRUE(IsEqualGUID(CLSID_FindProxyForUrl, attr->guid));
     EXPECT_TRUE(attr->wTypeFlags & TYPEFLAG_FCANCREATE);
     coclass->ReleaseTypeAttr(attr);
-}
-
-// Records what the type library's dispatch hands to the date methods.
-class RecordingHelper : public FindProxyForURL {
-public:
-    STDMETHODIMP weekdayRange(BSTR wd1, BSTR wd2, BSTR gmt, VARIANT_BOOL *ret) override {
-        weekdays = {WideFromBstr(wd1), WideFromBstr(wd2), WideFromBstr(gmt)};
-        *ret = VARIANT_TRUE;
-        return S_OK;
-    }
-    STDMETHODIMP dateRange(VARIANT p1, VARIANT p2, VARIANT p3, VARIANT p4, VARIANT p5, VARIANT p6,
-                           VARIANT gmt, VARIANT_BOOL *ret) override {
-        for (const VARIANT &v : {p1, p2, p3, p4, p5, p6, gmt})
-            seen.push_back({V_VT(&v), V_VT(&v) == VT_ERROR ? V_ERROR(&v) : S_OK});
-        *ret = VARIANT_FALSE;
-        return S_OK;
-    }
-    std::vector<std::wstring> weekdays;
-    std::vector<std::pair<VARTYPE, SCODE>> seen;
-};
-
-TEST(HelperObject, OmittedOptionalArguments) {
-    RecordingHelper *recorder = new RecordingHelper();
-    ComPtr<IFindProxyForUrl> helper = ComPtr<IFindProxyForUrl>::Share(recorder);
-    ScriptHost host(helper.get());
-    ASSERT_TRUE(host.Parse("function FindProxyForURL(url, h) {\n"
-                           "  return weekdayRange('MON') + ',' + dateRange(1);\n}"));
-    std::string result;
-    ASSERT_TRUE(host.ExecuteSSS("FindProxyForURL", "", "", result));
-    EXPECT_EQ("true,false", result);
-    EXPECT_EQ((std::vector<std::wstring>{L"MON", L"", L""}), recorder->weekdays);
-    std::vector<std::pair<VARTYPE, SCODE>> expected(7, {VT_ERROR, DISP_E_PARAMNOTFOUND});
-    expected[0] = {VT_I4, S_OK};
-    EXPECT_EQ(expected, recorder->seen);
 }
 
 }  // namespace

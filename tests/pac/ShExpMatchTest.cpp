@@ -72,8 +72,6 @@ TEST(ShExpMatch, Table) {
     }
 }
 
-// Plain wildcard patterns are matched without compiling; the answers must
-// be those of the compiled translation, for every pair below.
 TEST(ShExpMatch, CompileFailureIsTraced) {
     TempDir dir;
     ScopedTrace trace(dir.file("trace.log"));
