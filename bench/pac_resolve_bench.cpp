@@ -17,7 +17,7 @@
 #include "BenchSupport.h"
 #include "LoopbackHttpServer.h"
 #include "pac/ScriptHost.h"
-#include "routvane.h"
+#include <routvane.h>
 #include "util/Platform.h"
 
 namespace {

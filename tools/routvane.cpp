@@ -29,7 +29,7 @@
 #include <vector>
 
 #include "resolver/Routvane.h"
-#include "routvane.h"
+#include <routvane.h>
 #include "trace/ZelTraceManager.h"
 
 namespace {

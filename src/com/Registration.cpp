@@ -4,8 +4,9 @@
 
 #include <string>
 
+#include <routvane.h>
+
 #include "com/Module.h"
-#include "routvane.h"
 #include "util/Registry.h"
 
 namespace {

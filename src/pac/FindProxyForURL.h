@@ -7,7 +7,7 @@
 #include <windows.h>
 #include <oaidl.h>
 
-#include "FindProxyForUrl.h"
+#include "PacHelperTypeLib.h"
 #include "com/COvrenaDispatch.h"
 
 class FindProxyForURL : public COvrenaDispatch<IFindProxyForUrl, &CLSID_FindProxyForUrl,

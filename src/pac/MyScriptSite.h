@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "FindProxyForUrl.h"
+#include "PacHelperTypeLib.h"
 #include "com/COvrenaUnknown.h"
 #include "pac/ComOwners.h"
 

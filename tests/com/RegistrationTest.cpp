@@ -3,8 +3,9 @@
 #include <objbase.h>
 #include <olectl.h>
 
+#include <routvane.h>
+
 #include "TestSupport.h"
-#include "routvane.h"
 
 namespace {
 
