@@ -14,7 +14,6 @@ std::atomic<long> g_lockCount{0};
 
 }  // namespace
 
-HINSTANCE ModuleHandle() { return g_module; }
 void SetModuleHandle(HINSTANCE instance) { g_module = instance; }
 
 long ModuleObjectCount() { return g_objectCount.load(); }

@@ -130,11 +130,7 @@ tracefunc &tracefunc::operator<<(unsigned long long value) {
 }
 
 tracefunc &tracefunc::operator<<(const ZelHex &value) {
-    if (!enabled()) return *this;
-    if (value.tag == 0)
-        appendNumber("%lX", static_cast<unsigned long>(value.value));
-    else
-        appendNumber("%p", value.pointer);
+    if (enabled()) appendNumber("%lX", static_cast<unsigned long>(value.value));
     return *this;
 }
 
