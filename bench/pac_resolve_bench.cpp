@@ -18,7 +18,7 @@
 #include "LoopbackHttpServer.h"
 #include "pac/ScriptHost.h"
 #include <routvane.h>
-#include "util/Platform.h"
+#include "resolver/WinInetDownload.h"
 
 namespace {
 
@@ -48,23 +48,23 @@ std::atomic<long long> callsMade{0};
 std::string BareDownload(const std::string &url) {
     ++callsMade;
     std::string text;
-    HINTERNET session =
-        Platform().InternetOpenA("OvrenaTessel", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
+    HINTERNET session = WinInetDownload().InternetOpenA("OvrenaTessel", INTERNET_OPEN_TYPE_DIRECT,
+                                                        nullptr, nullptr, 0);
     if (!session) return text;
-    HINTERNET file = Platform().InternetOpenUrlA(
+    HINTERNET file = WinInetDownload().InternetOpenUrlA(
         session, url.c_str(), nullptr, static_cast<DWORD>(-1),
         INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_UI, 0);
     if (file) {
         char buffer[2048];
         for (;;) {
             DWORD read = 0;
-            Platform().InternetReadFile(file, buffer, sizeof buffer, &read);
+            WinInetDownload().InternetReadFile(file, buffer, sizeof buffer, &read);
             if (read == 0) break;
             text.append(buffer, read);
         }
-        Platform().InternetCloseHandle(file);
+        WinInetDownload().InternetCloseHandle(file);
     }
-    Platform().InternetCloseHandle(session);
+    WinInetDownload().InternetCloseHandle(session);
     return text;
 }
 

@@ -11,7 +11,7 @@
 #include "pac/SafeRegex.h"
 #include "resolver/Routvane.h"
 #include "trace/ZelTraceManager.h"
-#include "util/Platform.h"
+#include "resolver/WinInetSettings.h"
 
 namespace {
 
@@ -55,7 +55,7 @@ void BareSequence() {
     LoadLibraryA("wininet.dll");
     INTERNET_VERSION_INFO version;
     DWORD length = sizeof version;
-    Platform().InternetQueryOptionA(nullptr, INTERNET_OPTION_VERSION, &version, &length);
+    WinInetSettings().InternetQueryOptionA(nullptr, INTERNET_OPTION_VERSION, &version, &length);
     INTERNET_PER_CONN_OPTIONA options[5] = {};
     const DWORD ids[5] = {INTERNET_PER_CONN_AUTOCONFIG_URL, INTERNET_PER_CONN_AUTODISCOVERY_FLAGS,
                           INTERNET_PER_CONN_FLAGS, INTERNET_PER_CONN_PROXY_BYPASS,
@@ -63,7 +63,8 @@ void BareSequence() {
     for (int i = 0; i < 5; ++i) options[i].dwOption = ids[i];
     INTERNET_PER_CONN_OPTION_LISTA list = {sizeof list, nullptr, 5, 0, options};
     length = sizeof list;
-    Platform().InternetQueryOptionA(nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION, &list, &length);
+    WinInetSettings().InternetQueryOptionA(nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION, &list,
+                                           &length);
     for (int i : {0, 3, 4})
         if (options[i].Value.pszValue) GlobalFree(options[i].Value.pszValue);
     FreeLibrary(GetModuleHandleA("wininet.dll"));
@@ -174,7 +175,7 @@ int main() {
         printf("the private-memory counter does not move; no memory figure\n");
         targets.allMet = false;
     } else {
-        ScopedPlatform platform;
+        ScopedWinInetSettings platform;
         platform->InternetQueryOptionA = SettingsFromMemory;
         for (int i = 0; i < 1000; ++i) ResolveOnce("www.example.com");
         const SIZE_T after1000 = PrivateBytes();

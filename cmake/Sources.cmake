@@ -1,11 +1,11 @@
 set(ROUTVANE_CORE_SOURCES
-  src/util/Platform.cpp
   src/util/Registry.cpp
   src/util/qorException.cpp
   src/util/UnicodeUtilInclude.cpp
   src/trace/ZelComponent.cpp
   src/trace/ZelTraceManager.cpp
   src/trace/tracefunc.cpp
+  src/trace/Clock.cpp
   src/com/Module.cpp
   src/com/Registration.cpp
   src/pac/SafeRegex.cpp
@@ -18,6 +18,8 @@ set(ROUTVANE_CORE_SOURCES
   src/pac/DateFunctions.cpp
   src/resolver/Routvane.cpp
   src/resolver/WinInetSettings.cpp
+  src/resolver/WinInetDownload.cpp
+  src/resolver/ProcessToken.cpp
   src/resolver/ProxyParsing.cpp
   src/resolver/PacRetrieval.cpp
   src/resolver/PacAnswer.cpp
@@ -26,5 +28,6 @@ set(ROUTVANE_CORE_SOURCES
   src/resolver/AutoDetect.cpp
   src/dhcp/DHCPPacket.cpp
   src/dhcp/NetworkInfo.cpp
+  src/dhcp/NetworkFacts.cpp
   src/dhcp/DhcpInform.cpp
 )

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <string>
 
+#include "dhcp/NetworkFacts.h"
 #include "dhcp/dhcp.h"
 #include "trace/tracefunc.h"
-#include "util/Platform.h"
 
 void DhcpHeapFree::operator()(void *block) const {
     if (block) ::HeapFree(::GetProcessHeap(), 0, block);
@@ -45,7 +45,7 @@ class ServiceManagerHandle {
 public:
     explicit ServiceManagerHandle(SC_HANDLE handle) : handle_(handle) {}
     ~ServiceManagerHandle() {
-        if (handle_) Platform().CloseServiceHandle(handle_);
+        if (handle_) NetworkFacts().CloseServiceHandle(handle_);
     }
     ServiceManagerHandle(const ServiceManagerHandle &) = delete;
     ServiceManagerHandle &operator=(const ServiceManagerHandle &) = delete;
@@ -78,14 +78,14 @@ const DWORD kIfTypeFddi = 15;
 IpAddrTablePtr MyGetIpAddrTable() {
     tracefunc tf(__LINE__, "dhcp", "MyGetIpAddrTable");
     ULONG size = 0;
-    DWORD rc = Platform().GetIpAddrTable(nullptr, &size, FALSE);
+    DWORD rc = NetworkFacts().GetIpAddrTable(nullptr, &size, FALSE);
     if (rc != ERROR_INSUFFICIENT_BUFFER) {
         tf << "GetIpAddrTable failed:  " << rc << endtrace;
         return nullptr;
     }
     IpAddrTablePtr table = AllocateBuffer<MIB_IPADDRTABLE>(size);
     if (!table) return nullptr;
-    rc = Platform().GetIpAddrTable(table.get(), &size, FALSE);
+    rc = NetworkFacts().GetIpAddrTable(table.get(), &size, FALSE);
     if (rc != NO_ERROR) {
         tf << "GetIpAddrTable (second call) failed:  " << rc << endtrace;
         return nullptr;
@@ -98,14 +98,14 @@ bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destinati
     tracefunc tf(__LINE__, "dhcp", "GetInterfaceUsingBestRoute");
     MIB_IPFORWARDROW route;
     std::memset(&route, 0, sizeof route);
-    DWORD rc = Platform().GetBestRoute(destination, 0, &route);
+    DWORD rc = NetworkFacts().GetBestRoute(destination, 0, &route);
     if (rc != NO_ERROR) {
         tf << "GetBestRoute failed:  " << rc << endtrace;
         return false;
     }
     tf << "GetBestRoute worked...using routing table to determine interface" << endtrace;
     row.dwIndex = route.dwForwardIfIndex;
-    rc = Platform().GetIfEntry(&row);
+    rc = NetworkFacts().GetIfEntry(&row);
     if (rc != NO_ERROR) {
         tf << "GetIfEntry failed:  " << rc << endtrace;
         return false;
@@ -130,7 +130,7 @@ bool MyGetInterfaceUsingScan(const MIB_IPADDRTABLE *table, uint32_t &address, MI
         MIB_IFROW candidate;
         std::memset(&candidate, 0, sizeof candidate);
         candidate.dwIndex = table->table[i].dwIndex;
-        if (Platform().GetIfEntry(&candidate) != NO_ERROR) continue;
+        if (NetworkFacts().GetIfEntry(&candidate) != NO_ERROR) continue;
         if (candidate.dwType == kIfTypeEthernet) {
             tf << "Found Ethernet interface:  " << Description(candidate) << endtrace;
             TakeRow(candidate, row, rowSize);
@@ -150,7 +150,7 @@ bool MyGetInterfaceUsingScan(const MIB_IPADDRTABLE *table, uint32_t &address, MI
 bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled) {
     tracefunc tf(__LINE__, "dhcp", "IsDHCPEnabledForInterface");
     ULONG size = 0;
-    DWORD rc = Platform().GetAdaptersInfo(nullptr, &size);
+    DWORD rc = NetworkFacts().GetAdaptersInfo(nullptr, &size);
     if (rc != ERROR_BUFFER_OVERFLOW) {
         tf << "GetAdaptersInfo failed:  " << rc << endtrace;
         return false;
@@ -158,7 +158,7 @@ bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled) {
     auto adapters = AllocateBuffer<IP_ADAPTER_INFO>(size);
     if (!adapters) return false;
     const ULONG allocated = size;
-    rc = Platform().GetAdaptersInfo(adapters.get(), &size);
+    rc = NetworkFacts().GetAdaptersInfo(adapters.get(), &size);
     if (rc != NO_ERROR) {
         tf << "GetAdaptersInfo (second call) failed:  " << rc << endtrace;
         return false;
@@ -186,7 +186,7 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
     OSVERSIONINFOA version;
     std::memset(&version, 0, sizeof version);
     version.dwOSVersionInfoSize = sizeof version;
-    if (!Platform().GetVersionExA(&version)) {
+    if (!NetworkFacts().GetVersionExA(&version)) {
         tf << "GetVersionEx failed:  " << ::GetLastError() << endtrace;
         return false;
     }
@@ -197,8 +197,8 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
            << static_cast<int>(version.dwPlatformId) << endtrace;
         return false;
     }
-    ServiceManagerHandle manager(
-        Platform().OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
+    ServiceManagerHandle manager(NetworkFacts().OpenSCManagerA(
+        nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
     if (!manager.get()) {
         tf << "OpenSCManager failed:  " << ::GetLastError() << endtrace;
         return false;
@@ -206,8 +206,8 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
     DWORD needed = 0;
     DWORD returned = 0;
     DWORD resume = 0;
-    if (!Platform().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL, nullptr,
-                                        0, &needed, &returned, &resume)) {
+    if (!NetworkFacts().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
+                                            nullptr, 0, &needed, &returned, &resume)) {
         const DWORD error = ::GetLastError();
         if (error != ERROR_MORE_DATA) {
             tf << "EnumServicesStatus failed:  " << error << endtrace;
@@ -218,8 +218,8 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
     if (!services) return false;
     returned = 0;
     resume = 0;
-    if (!Platform().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
-                                        services.get(), needed, &needed, &returned, &resume)) {
+    if (!NetworkFacts().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
+                                            services.get(), needed, &needed, &returned, &resume)) {
         tf << "EnumServicesStatus failed:  " << ::GetLastError() << endtrace;
         return false;
     }
@@ -251,13 +251,13 @@ bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length) {
     ncb.ncb_command = NCBENUM;
     ncb.ncb_buffer = reinterpret_cast<PUCHAR>(&lanas);
     ncb.ncb_length = sizeof lanas;
-    if (Platform().Netbios(&ncb) != NRC_GOODRET) return false;
+    if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) return false;
 
     for (unsigned i = 0; i < lanas.length && i < sizeof lanas.lana; ++i) {
         std::memset(&ncb, 0, sizeof ncb);
         ncb.ncb_command = NCBRESET;
         ncb.ncb_lana_num = lanas.lana[i];
-        if (Platform().Netbios(&ncb) != NRC_GOODRET) {
+        if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) {
             tf << "Netbios function failed...continuing" << endtrace;
             continue;
         }
@@ -269,7 +269,7 @@ bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length) {
         std::memcpy(ncb.ncb_callname, "*               ", NCBNAMSZ);
         ncb.ncb_buffer = status;
         ncb.ncb_length = sizeof status;
-        if (Platform().Netbios(&ncb) != NRC_GOODRET) {
+        if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) {
             tf << "Netbios function failed...continuing" << endtrace;
             continue;
         }
@@ -329,7 +329,7 @@ bool GetNetworkInfo(DHCPPacket &packet, bool force, uint32_t destination) {
     uint32_t address = 0;
     bool dhcpEnabled = false;
 
-    if (HMODULE iphlpapi = Platform().LoadLibraryA("iphlpapi.dll")) {
+    if (HMODULE iphlpapi = NetworkFacts().LoadLibraryA("iphlpapi.dll")) {
         LibraryReference reference(iphlpapi);
         if (IpAddrTablePtr table = MyGetIpAddrTable()) {
             bool found = GetInterfaceUsingBestRoute(table.get(), destination, address, row);

@@ -1,7 +1,7 @@
 // One owner for a WinINet handle (session or URL): closed when it goes.
 #pragma once
 
-#include "util/Platform.h"
+#include "resolver/WinInetDownload.h"
 
 class InternetHandle {
 public:
@@ -14,7 +14,7 @@ public:
     HINTERNET get() const { return handle_; }
     explicit operator bool() const { return handle_ != nullptr; }
     void reset(HINTERNET handle = nullptr) {
-        if (handle_) Platform().InternetCloseHandle(handle_);
+        if (handle_) WinInetDownload().InternetCloseHandle(handle_);
         handle_ = handle;
     }
 

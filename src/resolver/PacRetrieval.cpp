@@ -15,7 +15,6 @@
 #include "resolver/Routvane.h"
 #include "resolver/InternetHandle.h"
 #include "trace/tracefunc.h"
-#include "util/Platform.h"
 
 namespace {
 
@@ -37,7 +36,7 @@ std::string ReadAll(HINTERNET url) {
         // Cleared before every call so that a failing read that leaves the
         // count untouched still ends the loop.
         DWORD read = 0;
-        Platform().InternetReadFile(url, buffer.data(), kReadChunk, &read);
+        WinInetDownload().InternetReadFile(url, buffer.data(), kReadChunk, &read);
         if (read == 0) break;
         text.append(buffer.data(), read);
     }
@@ -122,7 +121,7 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
     InternetHandle urlHandle;
     // The PAC file itself is always fetched directly, never through a proxy.
     InternetHandle session(
-        Platform().InternetOpenA(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
+        WinInetDownload().InternetOpenA(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
     if (!session) {
         const DWORD error = GetLastError();
         tf << "InternetOpen failed:  " << error << endtrace;
@@ -131,12 +130,12 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
 
     DWORD timeout = ReadRegistryDword("WPADConnectTimeout", kDefaultConnectTimeoutSeconds) * 1000;
     tf << "Using WPAD Connect timeout: " << timeout << " ms" << endtrace;
-    Platform().InternetSetOptionA(session.get(), INTERNET_OPTION_CONNECT_TIMEOUT, &timeout,
-                                  sizeof timeout);
+    WinInetDownload().InternetSetOptionA(session.get(), INTERNET_OPTION_CONNECT_TIMEOUT, &timeout,
+                                         sizeof timeout);
 
     autoConfigURL_ = url;
-    urlHandle.reset(Platform().InternetOpenUrlA(session.get(), url.c_str(), nullptr,
-                                                static_cast<DWORD>(-1), kOpenFlags, 0));
+    urlHandle.reset(WinInetDownload().InternetOpenUrlA(session.get(), url.c_str(), nullptr,
+                                                       static_cast<DWORD>(-1), kOpenFlags, 0));
     if (!urlHandle) {
         const DWORD error = GetLastError();
         tf << "InternetOpenUrl failed:  " << error << endtrace;
@@ -155,8 +154,8 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
             return ROUTVANE_FAILED;
         case InsResult::Found:
             urlHandle.reset();
-            urlHandle.reset(Platform().InternetOpenUrlA(session.get(), scriptUrl.c_str(), nullptr,
-                                                        static_cast<DWORD>(-1), kOpenFlags, 0));
+            urlHandle.reset(WinInetDownload().InternetOpenUrlA(
+                session.get(), scriptUrl.c_str(), nullptr, static_cast<DWORD>(-1), kOpenFlags, 0));
             if (!urlHandle) {
                 const DWORD error = GetLastError();
                 tf << "InternetOpenUrl (2) failed:  " << error << endtrace;

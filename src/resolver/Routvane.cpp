@@ -2,9 +2,9 @@
 
 #include <cstring>
 
+#include "resolver/ProcessToken.h"
 #include "trace/ZelComponent.h"
 #include "trace/tracefunc.h"
-#include "util/Platform.h"
 #include "util/Registry.h"
 
 namespace {
@@ -96,8 +96,8 @@ bool IsLocalSystem() {
     tracefunc tf(__LINE__, "Routvane", "IsLocalSystem");
     SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
     PSID system = nullptr;
-    if (!Platform().AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0,
-                                             0, &system)) {
+    if (!ProcessToken().AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0,
+                                                 0, 0, &system)) {
         tf << "AllocateAndInitializeSid failed:  " << GetLastError() << endtrace;
         return false;
     }
@@ -107,7 +107,7 @@ bool IsLocalSystem() {
     } sidOwner{system};
 
     HANDLE rawToken = nullptr;
-    if (!Platform().OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &rawToken)) {
+    if (!ProcessToken().OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &rawToken)) {
         tf << "OpenProcessToken failed:  " << GetLastError() << endtrace;
         return false;
     }
@@ -117,7 +117,7 @@ bool IsLocalSystem() {
     } token{rawToken};
 
     DWORD needed = 0;
-    if (!Platform().GetTokenInformation(token.handle, TokenUser, nullptr, 0, &needed)) {
+    if (!ProcessToken().GetTokenInformation(token.handle, TokenUser, nullptr, 0, &needed)) {
         const DWORD error = GetLastError();
         if (error != ERROR_INSUFFICIENT_BUFFER) {
             tf << "GetTokenInformation (first call) failed:  " << error << endtrace;
@@ -126,7 +126,8 @@ bool IsLocalSystem() {
     }
     std::vector<BYTE> buffer(needed, 0);
     if (needed < sizeof(TOKEN_USER) ||
-        !Platform().GetTokenInformation(token.handle, TokenUser, buffer.data(), needed, &needed)) {
+        !ProcessToken().GetTokenInformation(token.handle, TokenUser, buffer.data(), needed,
+                                            &needed)) {
         tf << "GetTokenInformation (second call) failed:  " << GetLastError() << endtrace;
         return false;
     }

@@ -7,8 +7,8 @@
 
 #include <cstring>
 
+#include "trace/Clock.h"
 #include "trace/ZelComponent.h"
-#include "util/Platform.h"
 #include "util/Registry.h"
 
 namespace {
@@ -100,7 +100,7 @@ ZelTraceManager::ZelTraceManager() {
     if (ReadRegistryString(HKEY_LOCAL_MACHINE, kOvrenaKey,
                            ("DebugLevel-" + ZelExecutableName()).c_str(), 260, word))
         threshold_ = LevelFromWord(word);
-    lastRead_ = Platform().time(nullptr);
+    lastRead_ = Clock().time(nullptr);
     readFileSetting();
 }
 
@@ -139,7 +139,7 @@ bool ZelTraceManager::refresh() {
     std::string forcedPath;
     const bool forced = ForcedTracing(forcedPath);
     if (forced == forced_) {
-        const time_t now = Platform().time(nullptr);
+        const time_t now = Clock().time(nullptr);
         // While tracing is forced the forced file stays: the registry's file
         // setting is not read.
         if (!forced && difftime(now, static_cast<time_t>(lastRead_.load())) >= 60.0) {
@@ -166,7 +166,7 @@ bool ZelTraceManager::isEnabled(int level) {
 
 std::string ZelTraceManager::linePrefix(int level) {
     SYSTEMTIME now;
-    Platform().GetSystemTime(&now);
+    Clock().GetSystemTime(&now);
     char stamp[128];
     snprintf(stamp, sizeof stamp, "%4d-%02d-%02d %02d:%02d:%02d.%03d: ", now.wYear, now.wMonth,
              now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds);
@@ -192,7 +192,7 @@ void ZelTraceManager::rollOver(const struct tm &day) {
 }
 
 bool ZelTraceManager::localBreakdown(time_t t, struct tm &out) {
-    const auto breakDown = Platform().localtime;
+    const auto breakDown = Clock().localtime;
     if (breakDown != brokenDownBy_ || t != brokenDownTime_) {
         if (!breakDown(t, &brokenDown_)) {
             brokenDownBy_ = nullptr;
@@ -209,7 +209,7 @@ void ZelTraceManager::write(unsigned flags, const char *text) {
     ZelTraceGuard guard;
     if (!refresh()) return;
     struct tm yesterday;
-    if (localBreakdown(Platform().time(nullptr) - 86400, yesterday)) {
+    if (localBreakdown(Clock().time(nullptr) - 86400, yesterday)) {
         if (day_ == -1)
             day_ = yesterday.tm_mday;
         else if (yesterday.tm_mday != day_)

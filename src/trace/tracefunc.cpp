@@ -5,9 +5,9 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "trace/Clock.h"
 #include "trace/ZelComponent.h"
 #include "trace/ZelTraceManager.h"
-#include "util/Platform.h"
 #include "util/UnicodeUtilInclude.h"
 
 namespace {
@@ -31,14 +31,14 @@ tracefunc::tracefunc(unsigned line, const char *file, const char *function, uint
         level_ = ZEL_TRACE;
         if (!quiet_) writeScopeLine(false, 0);
     }
-    startTick_ = Platform().GetTickCount();
+    startTick_ = Clock().GetTickCount();
 }
 
 tracefunc::~tracefunc() {
     if (!TraceFileOpen()) return;
     // Unsigned arithmetic gives the true duration across a wrap of the
     // 32-bit tick counter.
-    const uint32_t delta = Platform().GetTickCount() - startTick_;
+    const uint32_t delta = Clock().GetTickCount() - startTick_;
     if (level_ < ZEL_TRACE) level_ = ZEL_TRACE;
     if (!quiet_) writeScopeLine(true, delta);
     if (!text_.empty()) {

@@ -13,7 +13,7 @@ HMODULE FakeLoadLibraryA(const char *name) {
         ::SetLastError(ERROR_MOD_NOT_FOUND);
         return nullptr;
     }
-    return RealPlatform().LoadLibraryA(name);
+    return RealNetworkFacts().LoadLibraryA(name);
 }
 
 DWORD FakeGetIpAddrTable(MIB_IPADDRTABLE *table, ULONG *size, BOOL) {

@@ -23,6 +23,7 @@
 #include "TestSupport.h"
 #include "dhcp/dhcp.h"
 #include "resolver/Routvane.h"
+#include "resolver/WinInetSettings.h"
 
 namespace {
 
@@ -81,11 +82,11 @@ testing::Environment *const kComApartment = testing::AddGlobalTestEnvironment(ne
 uint32_t RawAddress(const std::string &dotted) { return inet_addr(dotted.c_str()); }
 
 // WinINet as a browser set to detect its settings automatically. Wine's
-// WinINet does not report PROXY_TYPE_AUTO_DETECT, so the platform seam
+// WinINet does not report PROXY_TYPE_AUTO_DETECT, so the settings seam
 // answers the per-connection query; every other query goes to WinINet.
 BOOL WINAPI AutoDetectSettings(HINTERNET session, DWORD option, void *buffer, DWORD *length) {
     if (option != INTERNET_OPTION_PER_CONNECTION_OPTION)
-        return RealPlatform().InternetQueryOptionA(session, option, buffer, length);
+        return RealWinInetSettings().InternetQueryOptionA(session, option, buffer, length);
     auto *list = static_cast<INTERNET_PER_CONN_OPTION_LISTA *>(buffer);
     for (DWORD i = 0; i < list->dwOptionCount; ++i) {
         INTERNET_PER_CONN_OPTIONA &o = list->pOptions[i];
@@ -105,7 +106,7 @@ BOOL WINAPI AutoDetectSettings(HINTERNET session, DWORD option, void *buffer, DW
 
 // The resolver as a client gets it: from the class object, through
 // IClassFactory, as IRoutvane (the class object of the library's code linked
-// into this program, so that the platform seam above applies).
+// into this program, so that the settings seam above applies).
 IRoutvane *CreateThroughClassObject() {
     IClassFactory *factory = nullptr;
     if (FAILED(DllGetClassObject(CLSID_Routvane, IID_IClassFactory,
@@ -197,7 +198,7 @@ TEST_F(LabDnsmasq, AutoDetectTakesTheDhcpUrlFirst) {
 // its script evaluated, the entries as the client reads them.
 TEST_F(LabDnsmasq, RoutvaneBrowserWithAutoDetectTakesTheDhcpScript) {
     auto timeout = ScopedRegistryValue::Dword("DHCPTimeout", 1);
-    ScopedPlatform platform;
+    ScopedWinInetSettings platform;
     platform->InternetQueryOptionA = &AutoDetectSettings;
     IRoutvane *resolver = CreateThroughClassObject();
     ASSERT_NE(nullptr, resolver);
@@ -442,7 +443,7 @@ TEST_F(LabResponder, DnsStageOffAnswersDirect) {
 TEST_F(LabResponder, RoutvaneBrowserWithAutoDetectFindsTheWpadNameWhenDhcpIsSilent) {
     mode("silent");
     auto timeout = ScopedRegistryValue::Dword("DHCPTimeout", 1);
-    ScopedPlatform platform;
+    ScopedWinInetSettings platform;
     platform->InternetQueryOptionA = &AutoDetectSettings;
     IRoutvane *resolver = CreateThroughClassObject();
     ASSERT_NE(nullptr, resolver);

@@ -1,5 +1,5 @@
 // WinINet settings and process tokens as a test arranges them, answered
-// through the platform seam.
+// through their seams.
 #pragma once
 
 #include <windows.h>
@@ -8,6 +8,8 @@
 #include <string>
 
 #include "TestSupport.h"
+#include "resolver/ProcessToken.h"
+#include "resolver/WinInetSettings.h"
 
 struct FakeWinInet {
     // INTERNET_OPTION_VERSION
@@ -31,12 +33,12 @@ struct FakeWinInet {
 
     static FakeWinInet *current;
 
-    void Install(ScopedPlatform &platform) {
+    void Install(ScopedWinInetSettings &platform) {
         current = this;
         platform->InternetQueryOptionA = &Query;
         platform->LoadLibraryA = [](const char *name) -> HMODULE {
             if (_stricmp(name, "wininet.dll") == 0 && !current->present) return nullptr;
-            return RealPlatform().LoadLibraryA(name);
+            return RealWinInetSettings().LoadLibraryA(name);
         };
     }
 
@@ -113,7 +115,7 @@ struct FakeToken {
 
     static FakeToken *current;
 
-    void Install(ScopedPlatform &platform) {
+    void Install(ScopedProcessToken &platform) {
         current = this;
         platform->AllocateAndInitializeSid = [](PSID_IDENTIFIER_AUTHORITY a, BYTE n, DWORD s0,
                                                 DWORD s1, DWORD s2, DWORD s3, DWORD s4, DWORD s5,

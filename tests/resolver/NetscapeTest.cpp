@@ -207,7 +207,7 @@ TEST_F(NetscapeTest, ThroughComTheScriptAnswersOrTheWinInetPathTakesOver) {
     registry_.push_back(ScopedRegistryValue::String(
         "", "\"C:\\Program Files\\Netscape\\Communicator\\Program\\NETSCAPE.EXE\" -h \"%1\"",
         HKEY_CLASSES_ROOT, std::string(kDocumentClass) + "\\shell\\open\\command"));
-    platform_->InternetQueryOptionA = [](HINTERNET, DWORD, void *, DWORD *) {
+    settings_->InternetQueryOptionA = [](HINTERNET, DWORD, void *, DWORD *) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     };

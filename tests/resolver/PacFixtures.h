@@ -17,6 +17,8 @@
 #include "LoopbackHttpServer.h"
 #include "TestSupport.h"
 #include "resolver/Routvane.h"
+#include "resolver/WinInetDownload.h"
+#include "resolver/WinInetSettings.h"
 
 // Sets (or with unset, removes) an environment variable for the C library
 // and the process alike, and puts back what was there when it goes.
@@ -86,7 +88,8 @@ protected:
         }
     } com_;
     LoopbackHttpServer server_;
-    ScopedPlatform platform_;
+    ScopedWinInetDownload download_;
+    ScopedWinInetSettings settings_;
     TempDir files_;  // the trace files and the test's own other files
     TempDir temp_;
     ScopedEnvironment tempVariable_{"TEMP", temp_.path()}, tmpVariable_{"TMP", temp_.path()};

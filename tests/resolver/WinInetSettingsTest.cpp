@@ -36,7 +36,7 @@ class SettingsTest : public testing::TestWithParam<SettingsCase> {};
 
 TEST_P(SettingsTest, WalksTheSourcesInTheirFixedOrder) {
     const SettingsCase &c = GetParam();
-    ScopedPlatform platform;
+    ScopedWinInetSettings platform;
     FakeWinInet wininet;
     wininet.Install(platform);
     wininet.major = c.major;
@@ -131,7 +131,7 @@ protected:
         r->Release();
         return status;
     }
-    ScopedPlatform platform_;
+    ScopedWinInetSettings platform_;
     FakeWinInet wininet_;
     TempDir dir_;
     ScopedTrace trace_{dir_.file("t.txt")};

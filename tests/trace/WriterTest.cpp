@@ -28,9 +28,9 @@ TEST(WriterTest, NoFileSettingWritesNothingWhateverTheLevel) {
 
 TEST(WriterTest, LinesCarryTheExactPrefix) {
     TempDir dir;
-    ScopedPlatform platform;
+    ScopedClock clock;
     FakeClock::localOffsetSeconds = 0;
-    FakeClock::Install(platform, UtcTime(2016, 5, 3, 14, 2, 11));
+    FakeClock::Install(clock, UtcTime(2016, 5, 3, 14, 2, 11));
     FakeClock::milliseconds = 123;
     ScopedTrace trace(dir.file("trace.txt"));
     {
@@ -104,10 +104,10 @@ TEST(WriterTest, RolledNames) {
 
 TEST(WriterTest, FirstLineAfterLocalMidnightRollsTheFile) {
     TempDir dir;
-    ScopedPlatform platform;
+    ScopedClock clock;
     // Local time runs two hours ahead of UTC: the roll follows local days.
     FakeClock::localOffsetSeconds = 2 * 3600;
-    FakeClock::Install(platform, UtcTime(2016, 5, 3, 21, 59, 0));
+    FakeClock::Install(clock, UtcTime(2016, 5, 3, 21, 59, 0));
     ScopedTrace trace(dir.file("trace.txt"));
     Say("before midnight");
     FakeClock::now = UtcTime(2016, 5, 3, 21, 59, 59);
@@ -127,9 +127,9 @@ TEST(WriterTest, FirstLineAfterLocalMidnightRollsTheFile) {
 
 TEST(WriterTest, AFailedRenameKeepsAppendingToTheSameFile) {
     TempDir dir;
-    ScopedPlatform platform;
+    ScopedClock clock;
     FakeClock::localOffsetSeconds = 0;
-    FakeClock::Install(platform, UtcTime(2020, 1, 1, 23, 0, 0));
+    FakeClock::Install(clock, UtcTime(2020, 1, 1, 23, 0, 0));
     WriteFileText(dir.file("trace_2020-01-01.txt"), "already here\n");
     ScopedTrace trace(dir.file("trace.txt"));
     Say("one");
@@ -143,8 +143,8 @@ TEST(WriterTest, AFailedRenameKeepsAppendingToTheSameFile) {
 
 TEST(WriterTest, TheFileSettingIsReadAgainAfterAMinute) {
     TempDir dir;
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2021, 6, 1, 12, 0, 0));
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2021, 6, 1, 12, 0, 0));
     ScopedTrace trace(dir.file("first.txt"));
     Say("first 1");
     auto second = ScopedRegistryValue::String("Debug-" + kExe, dir.file("second.txt"));
@@ -221,8 +221,8 @@ TEST(WriterTest, ForcedTraceFileHookIsOffByDefaultAndWinsWhenSet) {
     }
     // Over the registry's file setting, which gets no line while forced, and
     // not even after a minute when the setting is read again otherwise.
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2016, 5, 3, 10, 0, 0));
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2016, 5, 3, 10, 0, 0));
     ScopedTrace trace(dir.file("registry.txt"));
     Say("to the registry's file");
     ZelForceTraceFile(forced);

@@ -44,8 +44,8 @@ INSTANTIATE_TEST_SUITE_P(Table, ThresholdTest,
 
 TEST(tracefuncTest, EntryAndExitLinesTellTheScope) {
     TempDir dir;
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2020, 2, 2, 2, 2, 2));
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2020, 2, 2, 2, 2, 2));
     // The tick counter wraps while the function runs.
     FakeClock::tick = 0xFFFFFFF0u;
     ScopedTrace trace(dir.file("t.txt"));
@@ -82,8 +82,8 @@ TEST(tracefuncTest, UnendedMessageOfAQuietTracerIsWrittenAtExit) {
 
 TEST(tracefuncTest, FileOpenedWhileAFunctionRunsGivesOnlyTheExitLine) {
     TempDir dir;
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2022, 3, 3, 3, 3, 3));
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2022, 3, 3, 3, 3, 3));
     auto none = ScopedRegistryValue::Absent("Debug-" + kExe);
     ZelTraceReload();
     {
