@@ -63,7 +63,7 @@ inline std::string Returning(const std::string &expression) {
 // The names in a folder, "." and ".." left out.
 std::vector<std::string> DirectoryEntries(const std::string &path);
 
-// The WinINet calls made through the platform seam, one line each, such as
+// The WinINet calls made through the download seam, one line each, such as
 // "open OvrenaTessel 1", "option 2 4 5000", "url 84000200 -1", "close session".
 struct WinInetLog {
     static int open;  // handles given and not yet closed
