@@ -32,8 +32,9 @@ add_custom_command(
   VERBATIM)
 add_custom_target(pac_typelib DEPENDS ${PAC_TYPELIB_HEADER} ${PAC_TYPELIB})
 
-add_dependencies(routvane_core pac_typelib)
-target_include_directories(routvane_core PUBLIC ${PAC_GENERATED_DIR})
+# The pac layer's headers include the generated one, so its users see it too.
+add_dependencies(routvane_pac pac_typelib)
+target_include_directories(routvane_pac PUBLIC ${PAC_GENERATED_DIR})
 
 # Makes a target's .rc see the generated .tlb (rc: 1 TYPELIB "FindProxyForUrl.tlb").
 function(routvane_embed_typelib target rc)

@@ -2,7 +2,7 @@
 
 #include <winsock2.h>
 
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "pac/DateFunctions.h"
 #include "pac/SafeRegex.h"
 

@@ -9,7 +9,7 @@
 #include <cctype>
 #include <string>
 
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "pac/FindProxyForURL.h"
 #include "trace/tracefunc.h"
 

@@ -9,7 +9,7 @@
 
 #include "PacHelperTypeLib.h"
 #include "com/COvrenaUnknown.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 
 class MyScriptSite : public COvrenaUnknown<IActiveScriptSite, &IID_IActiveScriptSite> {
 public:

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "resolver/Routvane.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // preference lines read from it, and the proxy it yields, down to a PAC
 // script on a server on 127.0.0.1 and up through the COM interface.
 #include "PacFixtures.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "resolver/NetscapePrefs.h"
 
 namespace {
