@@ -31,7 +31,7 @@ namespace {
 // the yardstick. Returns the seconds taken, or a negative number.
 double BareExchange(const std::string &wire, uint32_t ciaddr, uint32_t xid) {
     const double start = NowSeconds();
-    DhcpSocket sock(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+    SocketOwner sock(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
     const BOOL on = TRUE;
     setsockopt(sock.get(), SOL_SOCKET, SO_BROADCAST, reinterpret_cast<const char *>(&on),
                sizeof on);

@@ -62,9 +62,9 @@ std::string BareDownload(const std::string &url) {
             if (read == 0) break;
             text.append(buffer, read);
         }
-        WinInetDownload().InternetCloseHandle(file);
+        WinInetDownload().closeInternet(file);
     }
-    WinInetDownload().InternetCloseHandle(session);
+    WinInetDownload().closeInternet(session);
     return text;
 }
 

@@ -7,6 +7,7 @@
 #   routvane_server    the class object and self-registration
 set(ROUTVANE_BASE_SOURCES
   src/util/ComOwners.cpp
+  src/util/Owners.cpp
   src/util/Registry.cpp
   src/util/qorException.cpp
   src/util/UnicodeUtilInclude.cpp

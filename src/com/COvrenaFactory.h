@@ -4,6 +4,7 @@
 #include <new>
 
 #include "com/COvrenaUnknown.h"
+#include "util/ComOwners.h"
 
 class COvrenaFactoryBase {};
 
@@ -18,10 +19,8 @@ public:
         if (!object) return E_OUTOFMEMORY;
         // The object starts at count 0: the caller's pointer is its only
         // reference, and a refused interface must not leave it alive.
-        object->AddRef();
-        const HRESULT hr = object->QueryInterface(iid, out);
-        object->Release();
-        return hr;
+        const ComPtr<T> held = ComPtr<T>::Share(object);
+        return held->QueryInterface(iid, out);
     }
 
     STDMETHODIMP LockServer(BOOL lock) override {

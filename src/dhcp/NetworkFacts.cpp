@@ -53,12 +53,10 @@ BOOL RealEnumServicesStatusA(SC_HANDLE manager, DWORD type, DWORD state,
     return ::EnumServicesStatusA(manager, type, state, services, size, needed, returned, resume);
 }
 
-BOOL RealCloseServiceHandle(SC_HANDLE handle) { return ::CloseServiceHandle(handle); }
-
 const NetworkFactsApi kReal = {
     RealLoadLibraryA,   RealGetIpAddrTable, RealGetBestRoute,      RealGetIfEntry,
     RealGetAdaptersInfo, RealNetbios,       RealGetVersionExA,     RealOpenSCManagerA,
-    RealEnumServicesStatusA, RealCloseServiceHandle,
+    RealEnumServicesStatusA, CloseServiceManager,
 };
 NetworkFactsApi g_current = kReal;
 

@@ -10,6 +10,7 @@
 #include <nb30.h>
 #include <winsvc.h>
 
+#include "util/Owners.h"
 #include "util/Seam.h"
 
 struct NetworkFactsApi {
@@ -24,9 +25,15 @@ struct NetworkFactsApi {
     BOOL (*EnumServicesStatusA)(SC_HANDLE manager, DWORD type, DWORD state,
                                 ENUM_SERVICE_STATUSA *services, DWORD size, DWORD *needed,
                                 DWORD *returned, DWORD *resume);
-    BOOL (*CloseServiceHandle)(SC_HANDLE handle);
+    BOOL (*closeServiceManager)(SC_HANDLE manager);
 };
 
 NetworkFactsApi &NetworkFacts();
 const NetworkFactsApi &RealNetworkFacts();
 using ScopedNetworkFacts = ScopedSeam<NetworkFactsApi, NetworkFacts>;
+
+// One owner for a service manager handle, closed through the seam.
+struct ServiceManagerTraits : NullTraits<SC_HANDLE> {
+    static void close(SC_HANDLE manager) { NetworkFacts().closeServiceManager(manager); }
+};
+using ServiceManagerHandle = UniqueOwner<ServiceManagerTraits>;

@@ -11,49 +11,7 @@
 #include "dhcp/dhcp.h"
 #include "trace/tracefunc.h"
 
-void DhcpHeapFree::operator()(void *block) const {
-    if (block) ::HeapFree(::GetProcessHeap(), 0, block);
-}
-
 namespace {
-
-// Buffers that IP Helper and the service manager fill; one owner kind for
-// all of them.
-template <class T>
-std::unique_ptr<T, DhcpHeapFree> AllocateBuffer(size_t bytes) {
-    if (bytes == 0) bytes = 1;
-    return std::unique_ptr<T, DhcpHeapFree>(
-        static_cast<T *>(::HeapAlloc(::GetProcessHeap(), HEAP_ZERO_MEMORY, bytes)));
-}
-
-// The reference on iphlpapi.dll taken by the presence test.
-class LibraryReference {
-public:
-    explicit LibraryReference(HMODULE module) : module_(module) {}
-    ~LibraryReference() {
-        if (module_) ::FreeLibrary(module_);
-    }
-    LibraryReference(const LibraryReference &) = delete;
-    LibraryReference &operator=(const LibraryReference &) = delete;
-
-private:
-    HMODULE module_;
-};
-
-// An open handle of the service manager.
-class ServiceManagerHandle {
-public:
-    explicit ServiceManagerHandle(SC_HANDLE handle) : handle_(handle) {}
-    ~ServiceManagerHandle() {
-        if (handle_) NetworkFacts().CloseServiceHandle(handle_);
-    }
-    ServiceManagerHandle(const ServiceManagerHandle &) = delete;
-    ServiceManagerHandle &operator=(const ServiceManagerHandle &) = delete;
-    SC_HANDLE get() const { return handle_; }
-
-private:
-    SC_HANDLE handle_;
-};
 
 std::string Description(const MIB_IFROW &row) {
     size_t length = row.dwDescrLen < sizeof row.bDescr ? row.dwDescrLen : sizeof row.bDescr;
@@ -81,14 +39,14 @@ IpAddrTablePtr MyGetIpAddrTable() {
     DWORD rc = NetworkFacts().GetIpAddrTable(nullptr, &size, FALSE);
     if (rc != ERROR_INSUFFICIENT_BUFFER) {
         tf << "GetIpAddrTable failed:  " << rc << endtrace;
-        return nullptr;
+        return IpAddrTablePtr();
     }
-    IpAddrTablePtr table = AllocateBuffer<MIB_IPADDRTABLE>(size);
-    if (!table) return nullptr;
+    IpAddrTablePtr table = AllocateHeapBlock<MIB_IPADDRTABLE>(size);
+    if (!table) return IpAddrTablePtr();
     rc = NetworkFacts().GetIpAddrTable(table.get(), &size, FALSE);
     if (rc != NO_ERROR) {
         tf << "GetIpAddrTable (second call) failed:  " << rc << endtrace;
-        return nullptr;
+        return IpAddrTablePtr();
     }
     return table;
 }
@@ -155,7 +113,7 @@ bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled) {
         tf << "GetAdaptersInfo failed:  " << rc << endtrace;
         return false;
     }
-    auto adapters = AllocateBuffer<IP_ADAPTER_INFO>(size);
+    auto adapters = AllocateHeapBlock<IP_ADAPTER_INFO>(size);
     if (!adapters) return false;
     const ULONG allocated = size;
     rc = NetworkFacts().GetAdaptersInfo(adapters.get(), &size);
@@ -214,7 +172,7 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
             return false;
         }
     }
-    auto services = AllocateBuffer<ENUM_SERVICE_STATUSA>(needed);
+    auto services = AllocateHeapBlock<ENUM_SERVICE_STATUSA>(needed);
     if (!services) return false;
     returned = 0;
     resume = 0;
@@ -330,7 +288,8 @@ bool GetNetworkInfo(DHCPPacket &packet, bool force, uint32_t destination) {
     bool dhcpEnabled = false;
 
     if (HMODULE iphlpapi = NetworkFacts().LoadLibraryA("iphlpapi.dll")) {
-        LibraryReference reference(iphlpapi);
+        // The reference taken by the presence test.
+        ModuleReference reference(iphlpapi);
         if (IpAddrTablePtr table = MyGetIpAddrTable()) {
             bool found = GetInterfaceUsingBestRoute(table.get(), destination, address, row);
             if (!found) found = MyGetInterfaceUsingScan(table.get(), address, &row, sizeof row);

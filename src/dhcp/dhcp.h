@@ -9,8 +9,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
+
+#include "util/Owners.h"
 
 enum : uint32_t {
     DHCP_PACKET_SIZE = 548,   // 236 header bytes and the option area
@@ -66,11 +67,8 @@ bool Grab16(const unsigned char *&cursor, int &remaining, uint16_t &out);
 bool Grab32(const unsigned char *&cursor, int &remaining, uint32_t &out);
 bool GrabStr(const unsigned char *&cursor, int &remaining, int length, unsigned char *out);
 
-// The interface address table owned on the heap; released by its owner.
-struct DhcpHeapFree {
-    void operator()(void *block) const;
-};
-using IpAddrTablePtr = std::unique_ptr<MIB_IPADDRTABLE, DhcpHeapFree>;
+// The interface address table, owned on the process heap.
+using IpAddrTablePtr = HeapBlock<MIB_IPADDRTABLE>;
 
 // Fills hlen, chaddr and ciaddr of the packet for a DHCPINFORM towards
 // destination (network byte order). False when the interface is not
@@ -92,41 +90,6 @@ bool GetNetworkInfoFromHostName(DHCPPacket &packet);
 // socket address (network byte order).
 bool DiscoverProxyUrlViaDHCP(bool force, std::string destination, std::string &url,
                              unsigned timeoutSeconds, uint32_t *server = nullptr);
-
-// Windows Sockets for the life of the object: 2.2, else 2.0, else 1.1;
-// WSACleanup once when one of them started.
-class WinsockSession {
-public:
-    WinsockSession();
-    ~WinsockSession();
-    WinsockSession(const WinsockSession &) = delete;
-    WinsockSession &operator=(const WinsockSession &) = delete;
-    bool started() const { return started_; }
-    WORD version() const { return version_; }
-
-private:
-    bool started_ = false;
-    WORD version_ = 0;
-};
-
-// The one owner of a socket: closed with closesocket when it goes.
-class DhcpSocket {
-public:
-    DhcpSocket() = default;
-    explicit DhcpSocket(SOCKET s) : s_(s) {}
-    ~DhcpSocket() { reset(); }
-    DhcpSocket(const DhcpSocket &) = delete;
-    DhcpSocket &operator=(const DhcpSocket &) = delete;
-    SOCKET get() const { return s_; }
-    bool valid() const { return s_ != INVALID_SOCKET; }
-    void reset(SOCKET s = INVALID_SOCKET) {
-        if (s_ != INVALID_SOCKET) closesocket(s_);
-        s_ = s;
-    }
-
-private:
-    SOCKET s_ = INVALID_SOCKET;
-};
 
 // "%02x" bytes separated by one blank.
 std::string DhcpHexDump(const unsigned char *bytes, size_t length);

@@ -6,23 +6,6 @@
 #include "pac/DateFunctions.h"
 #include "pac/SafeRegex.h"
 
-FindProxyForURL::FindProxyForURL() {
-    // The first version the system grants counts; without any the object
-    // still serves the functions that need no sockets.
-    static const WORD kVersions[] = {MAKEWORD(2, 2), MAKEWORD(2, 0), MAKEWORD(1, 1)};
-    for (const WORD version : kVersions) {
-        WSADATA data;
-        if (WSAStartup(version, &data) == 0) {
-            socketsStarted_ = true;
-            break;
-        }
-    }
-}
-
-FindProxyForURL::~FindProxyForURL() {
-    if (socketsStarted_) WSACleanup();
-}
-
 namespace {
 
 // A helper never fails towards the script: false unless its test passes,

@@ -9,14 +9,11 @@
 
 #include "PacHelperTypeLib.h"
 #include "com/COvrenaDispatch.h"
+#include "util/Owners.h"
 
 class FindProxyForURL : public COvrenaDispatch<IFindProxyForUrl, &CLSID_FindProxyForUrl,
                                                &IID_IFindProxyForUrl, &LIBID_FindProxyForUrl> {
 public:
-    // Starts Windows Sockets for the object's lifetime.
-    FindProxyForURL();
-    ~FindProxyForURL() override;
-
     // Host and address functions.
     STDMETHODIMP isPlainHostname(BSTR hostname, VARIANT_BOOL *isplain) override;
     STDMETHODIMP dnsDomainIs(BSTR host, BSTR domain, VARIANT_BOOL *ret) override;
@@ -38,7 +35,7 @@ public:
                            VARIANT gmt, VARIANT_BOOL *ret) override;
 
 private:
-    // Whether WSAStartup succeeded, so that only a started count is
-    // stopped again.
-    bool socketsStarted_ = false;
+    // Windows Sockets for the object's lifetime; without them the object
+    // still serves the functions that need no sockets.
+    WinsockSession sockets_;
 };

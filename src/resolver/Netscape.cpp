@@ -12,6 +12,7 @@
 #include "resolver/Routvane.h"
 #include "trace/ZelComponent.h"
 #include "trace/tracefunc.h"
+#include "util/Owners.h"
 #include "util/Registry.h"
 
 namespace {
@@ -31,10 +32,6 @@ const char kHttpPort[] = "network.proxy.http_port";
 
 enum : int { kTypeNone = 0, kTypeManual = 1, kTypeAutoConfig = 2 };
 
-struct FileCloser {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using FileStream = std::unique_ptr<FILE, FileCloser>;
 
 // The text from the first user_pref("name" of the text on, or null. Comments
 // are not skipped: a commented-out line that comes first is the one read.
@@ -102,7 +99,7 @@ uint32_t Routvane::GetProxyFromNetscape(uint32_t options, const std::string &tar
         // Navigator may hold the file open; nothing is denied to it. Read as
         // bytes, so that a stray end-of-file character does not cut the
         // preferences short.
-        FileStream in(_fsopen(path.c_str(), "rb", _SH_DENYNO));
+        FileOwner in(_fsopen(path.c_str(), "rb", _SH_DENYNO));
         if (!in) {
             tf << "Unable to open Netscape preferences file:  " << path << endtrace;
             return ROUTVANE_FAILED;

@@ -13,8 +13,9 @@
 #include <vector>
 
 #include "resolver/Routvane.h"
-#include "resolver/InternetHandle.h"
+#include "resolver/WinInetDownload.h"
 #include "trace/tracefunc.h"
+#include "util/Owners.h"
 
 namespace {
 
@@ -64,23 +65,6 @@ std::string TemporaryInsName() {
     return _mktemp(name) ? std::string(name) : std::string();
 }
 
-// Removes the named file when it goes, whatever path leads out.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(std::string name) : name_(std::move(name)) {}
-    ~TemporaryFile() { remove(name_.c_str()); }
-    TemporaryFile(const TemporaryFile &) = delete;
-    TemporaryFile &operator=(const TemporaryFile &) = delete;
-    const char *name() const { return name_.c_str(); }
-
-private:
-    std::string name_;
-};
-
-struct FileCloser {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using FileStream = std::unique_ptr<FILE, FileCloser>;
 
 enum class InsResult { NoName, Failed, Found };
 
@@ -89,10 +73,12 @@ enum class InsResult { NoName, Failed, Found };
 InsResult ScriptUrlFromIns(const std::string &text, std::string &scriptUrl) {
     const std::string name = TemporaryInsName();
     if (name.empty()) return InsResult::NoName;
+    // Removed when it goes, whatever path leads out.
     TemporaryFile parked(name);
+    const char *parkedName = parked.get().c_str();
     size_t written = 0;
     {
-        FileStream out(fopen(parked.name(), "w"));
+        FileOwner out(fopen(parkedName, "w"));
         if (!out) return InsResult::Failed;
         written = fwrite(text.data(), 1, text.size(), out.get());
     }
@@ -100,8 +86,8 @@ InsResult ScriptUrlFromIns(const std::string &text, std::string &scriptUrl) {
     // The profile reader looks for a name without a folder in the Windows
     // directory, so a name made in the current directory goes to it whole.
     char full[MAX_PATH] = {};
-    const DWORD fullLength = GetFullPathNameA(parked.name(), sizeof full, full, nullptr);
-    const char *profile = fullLength > 0 && fullLength < sizeof full ? full : parked.name();
+    const DWORD fullLength = GetFullPathNameA(parkedName, sizeof full, full, nullptr);
+    const char *profile = fullLength > 0 && fullLength < sizeof full ? full : parkedName;
     char value[1024] = {};
     const DWORD length =
         GetPrivateProfileStringA("URL", "AutoConfigJSURL", "", value, sizeof value, profile);

@@ -50,18 +50,8 @@ BOOL RealInternetReadFile(HINTERNET handle, void *buffer, DWORD size, DWORD *rea
     return fn(handle, buffer, size, read);
 }
 
-BOOL RealInternetCloseHandle(HINTERNET handle) {
-    using Fn = BOOL(WINAPI *)(HINTERNET);
-    static Fn fn = Bound<Fn>("InternetCloseHandle");
-    if (!fn) {
-        ::SetLastError(ERROR_PROC_NOT_FOUND);
-        return FALSE;
-    }
-    return fn(handle);
-}
-
 const WinInetDownloadApi kReal = {RealInternetOpenA, RealInternetSetOptionA, RealInternetOpenUrlA,
-                                  RealInternetReadFile, RealInternetCloseHandle};
+                                  RealInternetReadFile, CloseInternetHandle};
 WinInetDownloadApi g_current = kReal;
 
 }  // namespace

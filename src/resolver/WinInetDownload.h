@@ -7,6 +7,7 @@
 #include <windows.h>
 #include <wininet.h>
 
+#include "util/Owners.h"
 #include "util/Seam.h"
 
 struct WinInetDownloadApi {
@@ -16,9 +17,15 @@ struct WinInetDownloadApi {
     HINTERNET (*InternetOpenUrlA)(HINTERNET session, const char *url, const char *headers,
                                   DWORD headersLength, DWORD flags, DWORD_PTR context);
     BOOL (*InternetReadFile)(HINTERNET handle, void *buffer, DWORD size, DWORD *read);
-    BOOL (*InternetCloseHandle)(HINTERNET handle);
+    BOOL (*closeInternet)(HINTERNET handle);
 };
 
 WinInetDownloadApi &WinInetDownload();
 const WinInetDownloadApi &RealWinInetDownload();
 using ScopedWinInetDownload = ScopedSeam<WinInetDownloadApi, WinInetDownload>;
+
+// One owner for a WinINet handle (session or URL), closed through the seam.
+struct InternetHandleTraits : NullTraits<HINTERNET> {
+    static void close(HINTERNET handle) { WinInetDownload().closeInternet(handle); }
+};
+using InternetHandle = UniqueOwner<InternetHandleTraits>;

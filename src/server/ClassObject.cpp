@@ -6,6 +6,7 @@
 #include "com/COvrenaFactory.h"
 #include "com/Module.h"
 #include "resolver/Routvane.h"
+#include "util/ComOwners.h"
 
 STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, LPVOID *out) {
     if (!out) return E_POINTER;
@@ -15,10 +16,8 @@ STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, LPVOID *out) {
     // again through the final Release.
     auto *factory = new (std::nothrow) COvrenaFactory<Routvane>();
     if (!factory) return E_OUTOFMEMORY;
-    factory->AddRef();
-    const HRESULT hr = factory->QueryInterface(iid, out);
-    factory->Release();
-    return hr;
+    const auto held = ComPtr<COvrenaFactory<Routvane>>::Share(factory);
+    return held->QueryInterface(iid, out);
 }
 
 STDAPI DllCanUnloadNow() {

@@ -104,9 +104,7 @@ ZelTraceManager::ZelTraceManager() {
     readFileSetting();
 }
 
-ZelTraceManager::~ZelTraceManager() {
-    if (file_) fclose(file_);
-}
+ZelTraceManager::~ZelTraceManager() = default;
 
 void ZelTraceManager::readFileSetting() {
     std::string path;
@@ -121,15 +119,14 @@ void ZelTraceManager::setTraceFile(const std::string &path) {
     if (file_ && path == path_) return;
     if (file_ && !g_settingFile) {
         g_settingFile = true;
-        fclose(file_);
-        file_ = nullptr;
+        file_.reset();
         unflushed_ = false;
         path_.clear();
         g_settingFile = false;
     }
     if (path.empty()) return;
     if (FILE *file = fopen(path.c_str(), "a+")) {
-        file_ = file;
+        file_.reset(file);
         path_ = path;
         day_ = -1;
     }
@@ -147,7 +144,7 @@ bool ZelTraceManager::refresh() {
             lastRead_ = now;
             readFileSetting();
         }
-        return file_ != nullptr;
+        return static_cast<bool>(file_);
     }
     ZelTraceGuard guard;
     forced_ = forced;
@@ -182,13 +179,12 @@ std::string ZelTraceManager::linePrefix(int level) {
 void ZelTraceManager::rollOver(const struct tm &day) {
     const std::string rolled = RolledName(path_, day);
     day_ = day.tm_mday;
-    fclose(file_);
-    file_ = nullptr;
+    file_.reset();
     unflushed_ = false;
     // A failed rename (another process rolled first, or the dated file
     // exists) is not an error: the same file is reopened and appended to.
     MoveFileA(path_.c_str(), rolled.c_str());
-    file_ = fopen(path_.c_str(), "a+");
+    file_.reset(fopen(path_.c_str(), "a+"));
 }
 
 bool ZelTraceManager::localBreakdown(time_t t, struct tm &out) {
@@ -216,11 +212,11 @@ void ZelTraceManager::write(unsigned flags, const char *text) {
             rollOver(yesterday);
     }
     if (!file_) return;
-    if (!unflushed_) fseek(file_, 0, SEEK_END);
-    fputs(text, file_);
-    if (flags & ZEL_WRITE_NEWLINE) fputc('\n', file_);
+    if (!unflushed_) fseek(file_.get(), 0, SEEK_END);
+    fputs(text, file_.get());
+    if (flags & ZEL_WRITE_NEWLINE) fputc('\n', file_.get());
     if (flags & ZEL_WRITE_FLUSH) {
-        fflush(file_);
+        fflush(file_.get());
         unflushed_ = false;
     } else {
         unflushed_ = true;

@@ -1,6 +1,6 @@
-// Owners of the COM resources of the script runtime: a BSTR, a VARIANT and
-// an interface reference each have exactly one owner class, and every path
-// out of a function releases what it holds through them.
+// Owners of COM resources: a BSTR and an interface reference on the owner
+// template of util/Owners.h; a VARIANT and an EXCEPINFO, which are held by
+// value, in classes of their own.
 #pragma once
 
 #include <windows.h>
@@ -9,35 +9,13 @@
 #include <string>
 #include <utility>
 
+#include "util/Owners.h"
+
 // One BSTR, freed with SysFreeString.
-class ScopedBstr {
-public:
-    ScopedBstr() = default;
-    explicit ScopedBstr(BSTR owned) : value_(owned) {}
-    ~ScopedBstr() { reset(); }
-    ScopedBstr(ScopedBstr &&other) noexcept : value_(other.release()) {}
-    ScopedBstr &operator=(ScopedBstr &&other) noexcept {
-        if (this != &other) reset(other.release());
-        return *this;
-    }
-    ScopedBstr(const ScopedBstr &) = delete;
-    ScopedBstr &operator=(const ScopedBstr &) = delete;
-
-    BSTR get() const { return value_; }
-    // Where a callee stores a new BSTR; what was held is freed first.
-    BSTR *out() {
-        reset();
-        return &value_;
-    }
-    BSTR release() { return std::exchange(value_, nullptr); }
-    void reset(BSTR owned = nullptr) {
-        if (value_) SysFreeString(value_);
-        value_ = owned;
-    }
-
-private:
-    BSTR value_ = nullptr;
+struct BstrTraits : NullTraits<BSTR> {
+    static void close(BSTR text) { ::SysFreeString(text); }
 };
+using ScopedBstr = UniqueOwner<BstrTraits>;
 
 // One VARIANT, cleared with VariantClear.
 class ScopedVariant {
@@ -81,47 +59,33 @@ private:
 
 // One counted interface reference.
 template <class T>
-class ComPtr {
+struct ComTraits : NullTraits<T *> {
+    static void close(T *object) { object->Release(); }
+};
+
+template <class T>
+class ComPtr : public UniqueOwner<ComTraits<T>> {
 public:
-    ComPtr() = default;
+    using UniqueOwner<ComTraits<T>>::UniqueOwner;
     // Takes over a reference the caller already holds.
-    static ComPtr Adopt(T *owned) {
-        ComPtr p;
-        p.value_ = owned;
-        return p;
-    }
+    static ComPtr Adopt(T *owned) { return ComPtr(owned); }
     // Takes a reference of its own.
     static ComPtr Share(T *shared) {
         if (shared) shared->AddRef();
-        return Adopt(shared);
+        return ComPtr(shared);
     }
-    ~ComPtr() { reset(); }
-    ComPtr(ComPtr &&other) noexcept : value_(std::exchange(other.value_, nullptr)) {}
-    ComPtr &operator=(ComPtr &&other) noexcept {
-        if (this != &other) {
-            reset();
-            value_ = std::exchange(other.value_, nullptr);
-        }
-        return *this;
+    T *operator->() const { return this->get(); }
+    // The reference-counting names of reset and release.
+    void attach(T *owned) { this->reset(owned); }
+    T *detach() { return this->release(); }
+    // A reference of the caller's own in *out, null when none is held.
+    HRESULT copy_to(T **out) const {
+        if (!out) return E_POINTER;
+        *out = this->get();
+        if (*out) (*out)->AddRef();
+        return S_OK;
     }
-    ComPtr(const ComPtr &) = delete;
-    ComPtr &operator=(const ComPtr &) = delete;
-
-    T *get() const { return value_; }
-    T *operator->() const { return value_; }
-    explicit operator bool() const { return value_ != nullptr; }
-    // Where a callee stores a new reference; what was held is released first.
-    T **out() {
-        reset();
-        return &value_;
-    }
-    void **outVoid() { return reinterpret_cast<void **>(out()); }
-    void reset() {
-        if (value_) std::exchange(value_, nullptr)->Release();
-    }
-
-private:
-    T *value_ = nullptr;
+    void **outVoid() { return reinterpret_cast<void **>(this->out()); }
 };
 
 // The runtime's text is narrow in the ANSI code page; BSTRs appear only at

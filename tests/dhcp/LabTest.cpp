@@ -384,7 +384,7 @@ TEST_F(LabResponder, FloodOfUnrelatedPacketsRestartsEveryWait) {
 TEST_F(LabResponder, PortTakenMakesBindFail) {
     mode("url");
     WinsockSession winsock;
-    DhcpSocket holder(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+    SocketOwner holder(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(68);

@@ -59,10 +59,10 @@ PacTest::PacTest() {
         WinInetLog::open += h != nullptr;
         return h;
     };
-    download_->InternetCloseHandle = [](HINTERNET h) {
+    download_->closeInternet = [](HINTERNET h) {
         --WinInetLog::open;
         WinInetLog::calls.push_back(h == session ? "close session" : "close");
-        return RealWinInetDownload().InternetCloseHandle(h);
+        return RealWinInetDownload().closeInternet(h);
     };
     StartTrace();
 }
