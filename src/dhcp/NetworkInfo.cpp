@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "dhcp/NetworkFacts.h"
 #include "dhcp/dhcp.h"
@@ -32,6 +33,19 @@ const DWORD kIfTypeTokenRing = 9;
 const DWORD kIfTypeFddi = 15;
 
 }  // namespace
+
+const IP_ADAPTER_INFO *MatchingAdapter(const IP_ADAPTER_INFO *adapters, const MIB_IFROW &row) {
+    for (const IP_ADAPTER_INFO *adapter = adapters; adapter; adapter = adapter->Next) {
+        if (adapter->AddressLength != row.dwPhysAddrLen) continue;
+        // Both arrays are 8 bytes; a longer claimed length cannot match
+        // beyond what either holds.
+        size_t length = adapter->AddressLength;
+        if (length > sizeof adapter->Address) length = sizeof adapter->Address;
+        if (length > sizeof row.bPhysAddr) length = sizeof row.bPhysAddr;
+        if (std::memcmp(adapter->Address, row.bPhysAddr, length) == 0) return adapter;
+    }
+    return nullptr;
+}
 
 IpAddrTablePtr MyGetIpAddrTable() {
     tracefunc tf(__LINE__, "dhcp", "MyGetIpAddrTable");
@@ -80,28 +94,42 @@ bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destinati
     return address != 0 && address != Loopback();
 }
 
+std::vector<InterfaceFacts> CollectInterfaceFacts(const MIB_IPADDRTABLE *table) {
+    std::vector<InterfaceFacts> interfaces;
+    for (DWORD i = 0; i < table->dwNumEntries; ++i) {
+        InterfaceFacts facts;
+        std::memset(&facts.row, 0, sizeof facts.row);
+        facts.address = table->table[i].dwAddr;
+        facts.row.dwIndex = table->table[i].dwIndex;
+        if (NetworkFacts().GetIfEntry(&facts.row) == NO_ERROR) interfaces.push_back(facts);
+    }
+    return interfaces;
+}
+
+const InterfaceFacts *ChooseInterface(const std::vector<InterfaceFacts> &interfaces,
+                                      tracefunc &tf) {
+    const InterfaceFacts *chosen = nullptr;
+    for (const InterfaceFacts &candidate : interfaces) {
+        if (candidate.row.dwType == kIfTypeEthernet) {
+            tf << "Found Ethernet interface:  " << Description(candidate.row) << endtrace;
+            return &candidate;
+        }
+        // Token ring and FDDI serve until an Ethernet interface turns up.
+        if (candidate.row.dwType == kIfTypeTokenRing || candidate.row.dwType == kIfTypeFddi) {
+            tf << "Found non-Ethernet interface:  " << Description(candidate.row) << endtrace;
+            chosen = &candidate;
+        }
+    }
+    return chosen;
+}
+
 bool MyGetInterfaceUsingScan(const MIB_IPADDRTABLE *table, uint32_t &address, MIB_IFROW *row,
                              size_t rowSize) {
     tracefunc tf(__LINE__, "dhcp", "MyGetInterfaceUsingScan");
-    address = 0;
-    for (DWORD i = 0; i < table->dwNumEntries; ++i) {
-        MIB_IFROW candidate;
-        std::memset(&candidate, 0, sizeof candidate);
-        candidate.dwIndex = table->table[i].dwIndex;
-        if (NetworkFacts().GetIfEntry(&candidate) != NO_ERROR) continue;
-        if (candidate.dwType == kIfTypeEthernet) {
-            tf << "Found Ethernet interface:  " << Description(candidate) << endtrace;
-            TakeRow(candidate, row, rowSize);
-            address = table->table[i].dwAddr;
-            break;
-        }
-        // Token ring and FDDI serve until an Ethernet interface turns up.
-        if (candidate.dwType == kIfTypeTokenRing || candidate.dwType == kIfTypeFddi) {
-            tf << "Found non-Ethernet interface:  " << Description(candidate) << endtrace;
-            TakeRow(candidate, row, rowSize);
-            address = table->table[i].dwAddr;
-        }
-    }
+    const std::vector<InterfaceFacts> interfaces = CollectInterfaceFacts(table);
+    const InterfaceFacts *chosen = ChooseInterface(interfaces, tf);
+    address = chosen ? chosen->address : 0;
+    if (chosen) TakeRow(chosen->row, row, rowSize);
     return address != 0;
 }
 
@@ -123,20 +151,12 @@ bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled) {
     }
     // A list too short for one entry holds no adapter to walk.
     if (allocated < sizeof(IP_ADAPTER_INFO)) return false;
-    for (const IP_ADAPTER_INFO *adapter = adapters.get(); adapter; adapter = adapter->Next) {
-        if (adapter->AddressLength != row.dwPhysAddrLen) continue;
-        // Both arrays are 8 bytes; a longer claimed length cannot match
-        // beyond what either holds.
-        size_t length = adapter->AddressLength;
-        if (length > sizeof adapter->Address) length = sizeof adapter->Address;
-        if (length > sizeof row.bPhysAddr) length = sizeof row.bPhysAddr;
-        if (std::memcmp(adapter->Address, row.bPhysAddr, length) != 0) continue;
-        enabled = adapter->DhcpEnabled != 0;
-        tf << "Found matching adapter " << (enabled ? "DHCP enabled" : "DHCP not enabled")
-           << endtrace;
-        return true;
-    }
-    return false;
+    const IP_ADAPTER_INFO *adapter = MatchingAdapter(adapters.get(), row);
+    if (!adapter) return false;
+    enabled = adapter->DhcpEnabled != 0;
+    tf << "Found matching adapter " << (enabled ? "DHCP enabled" : "DHCP not enabled")
+       << endtrace;
+    return true;
 }
 
 bool IsNT4DHCPServiceEnabled(bool &enabled) {

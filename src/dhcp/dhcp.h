@@ -10,8 +10,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "util/Owners.h"
+
+class tracefunc;
 
 enum : uint32_t {
     DHCP_PACKET_SIZE = 548,   // 236 header bytes and the option area
@@ -79,6 +82,20 @@ bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destinati
                                 uint32_t &address, MIB_IFROW &row);
 bool MyGetInterfaceUsingScan(const MIB_IPADDRTABLE *table, uint32_t &address, MIB_IFROW *row,
                              size_t rowSize);
+
+// The scan in two steps: the interfaces of the address table as GetIfEntry
+// describes them (those it does not describe left out), then the choice,
+// which asks nothing: the first Ethernet interface, else the last token
+// ring or FDDI one. Null when none is of those types.
+struct InterfaceFacts {
+    uint32_t address;  // network byte order
+    MIB_IFROW row;
+};
+std::vector<InterfaceFacts> CollectInterfaceFacts(const MIB_IPADDRTABLE *table);
+const InterfaceFacts *ChooseInterface(const std::vector<InterfaceFacts> &interfaces,
+                                      tracefunc &tf);
+// The adapter whose hardware address is the interface's, or null.
+const IP_ADAPTER_INFO *MatchingAdapter(const IP_ADAPTER_INFO *adapters, const MIB_IFROW &row);
 bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled);
 bool IsNT4DHCPServiceEnabled(bool &enabled);
 bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length);
