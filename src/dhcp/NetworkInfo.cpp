@@ -159,8 +159,9 @@ bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled) {
     return true;
 }
 
-bool IsNT4DHCPServiceEnabled(bool &enabled) {
-    tracefunc tf(__LINE__, "dhcp", "IsNT4DHCPServiceEnabled");
+namespace {
+
+bool RunsNt40(tracefunc &tf) {
     OSVERSIONINFOA version;
     std::memset(&version, 0, sizeof version);
     version.dwOSVersionInfoSize = sizeof version;
@@ -175,37 +176,42 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
            << static_cast<int>(version.dwPlatformId) << endtrace;
         return false;
     }
-    ServiceManagerHandle manager(NetworkFacts().OpenSCManagerA(
-        nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
-    if (!manager.get()) {
-        tf << "OpenSCManager failed:  " << ::GetLastError() << endtrace;
-        return false;
-    }
+    return true;
+}
+
+// The Win32 services the manager lists, sized by a first call; count is
+// what the second call returned, bounded by what the buffer can hold.
+HeapBlock<ENUM_SERVICE_STATUSA> ListServices(SC_HANDLE manager, DWORD &count, tracefunc &tf) {
     DWORD needed = 0;
-    DWORD returned = 0;
     DWORD resume = 0;
-    if (!NetworkFacts().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
-                                            nullptr, 0, &needed, &returned, &resume)) {
+    count = 0;
+    if (!NetworkFacts().EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL, nullptr, 0,
+                                            &needed, &count, &resume)) {
         const DWORD error = ::GetLastError();
         if (error != ERROR_MORE_DATA) {
             tf << "EnumServicesStatus failed:  " << error << endtrace;
-            return false;
+            return HeapBlock<ENUM_SERVICE_STATUSA>();
         }
     }
     auto services = AllocateHeapBlock<ENUM_SERVICE_STATUSA>(needed);
-    if (!services) return false;
-    returned = 0;
+    if (!services) return services;
+    count = 0;
     resume = 0;
-    if (!NetworkFacts().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
-                                            services.get(), needed, &needed, &returned, &resume)) {
+    if (!NetworkFacts().EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL,
+                                            services.get(), needed, &needed, &count, &resume)) {
         tf << "EnumServicesStatus failed:  " << ::GetLastError() << endtrace;
-        return false;
+        return HeapBlock<ENUM_SERVICE_STATUSA>();
     }
     // The count cannot exceed what the buffer can hold, whatever was answered.
     const DWORD capacity = needed / sizeof(ENUM_SERVICE_STATUSA);
-    if (returned > capacity) returned = capacity;
-    for (DWORD i = 0; i < returned; ++i) {
-        const ENUM_SERVICE_STATUSA &service = services.get()[i];
+    if (count > capacity) count = capacity;
+    return services;
+}
+
+bool DhcpServiceRunning(const ENUM_SERVICE_STATUSA *services, DWORD count, bool &enabled,
+                        tracefunc &tf) {
+    for (DWORD i = 0; i < count; ++i) {
+        const ENUM_SERVICE_STATUSA &service = services[i];
         if (!service.lpServiceName || _stricmp(service.lpServiceName, "DHCP") != 0) continue;
         tf << "Found DHCP Client service" << endtrace;
         const DWORD state = service.ServiceStatus.dwCurrentState;
@@ -220,48 +226,69 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
     return false;
 }
 
+// One Netbios call on a zeroed control block.
+UCHAR Netbios(UCHAR command, UCHAR lana, void *buffer, WORD length) {
+    NCB ncb;
+    std::memset(&ncb, 0, sizeof ncb);
+    ncb.ncb_command = command;
+    ncb.ncb_lana_num = lana;
+    ncb.ncb_buffer = static_cast<PUCHAR>(buffer);
+    ncb.ncb_length = length;
+    if (command == NCBASTAT) std::memcpy(ncb.ncb_callname, "*               ", NCBNAMSZ);
+    return NetworkFacts().Netbios(&ncb);
+}
+
+// The adapter status of one LAN adapter, after a reset; its address opens
+// the ADAPTER_STATUS block.
+bool AdapterStatus(UCHAR lana, unsigned char (&status)[600], tracefunc &tf) {
+    std::memset(status, 0, sizeof status);
+    if (Netbios(NCBRESET, lana, nullptr, 0) != NRC_GOODRET ||
+        Netbios(NCBASTAT, lana, status, sizeof status) != NRC_GOODRET) {
+        tf << "Netbios function failed...continuing" << endtrace;
+        return false;
+    }
+    return true;
+}
+
+// Neither the zero address nor the dial-up adapter's names hardware.
+bool IsHardwareAddress(const unsigned char *address, tracefunc &tf) {
+    static const unsigned char kZero[6] = {0, 0, 0, 0, 0, 0};
+    static const unsigned char kDialup[6] = {'D', 'E', 'S', 'T', 0, 0};
+    if (std::memcmp(address, kZero, 6) == 0) {
+        tf << "Found zero address...continuing" << endtrace;
+        return false;
+    }
+    if (std::memcmp(address, kDialup, 6) == 0) {
+        tf << "Found dialup adapter" << endtrace;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool IsNT4DHCPServiceEnabled(bool &enabled) {
+    tracefunc tf(__LINE__, "dhcp", "IsNT4DHCPServiceEnabled");
+    if (!RunsNt40(tf)) return false;
+    ServiceManagerHandle manager(NetworkFacts().OpenSCManagerA(
+        nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
+    if (!manager) {
+        tf << "OpenSCManager failed:  " << ::GetLastError() << endtrace;
+        return false;
+    }
+    DWORD count = 0;
+    const auto services = ListServices(manager.get(), count, tf);
+    return services && DhcpServiceRunning(services.get(), count, enabled, tf);
+}
+
 bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length) {
     tracefunc tf(__LINE__, "dhcp", "QueryMacAddr");
     LANA_ENUM lanas;
     std::memset(&lanas, 0, sizeof lanas);
-    NCB ncb;
-    std::memset(&ncb, 0, sizeof ncb);
-    ncb.ncb_command = NCBENUM;
-    ncb.ncb_buffer = reinterpret_cast<PUCHAR>(&lanas);
-    ncb.ncb_length = sizeof lanas;
-    if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) return false;
-
+    if (Netbios(NCBENUM, 0, &lanas, sizeof lanas) != NRC_GOODRET) return false;
     for (unsigned i = 0; i < lanas.length && i < sizeof lanas.lana; ++i) {
-        std::memset(&ncb, 0, sizeof ncb);
-        ncb.ncb_command = NCBRESET;
-        ncb.ncb_lana_num = lanas.lana[i];
-        if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) {
-            tf << "Netbios function failed...continuing" << endtrace;
-            continue;
-        }
         unsigned char status[600];
-        std::memset(status, 0, sizeof status);
-        std::memset(&ncb, 0, sizeof ncb);
-        ncb.ncb_command = NCBASTAT;
-        ncb.ncb_lana_num = lanas.lana[i];
-        std::memcpy(ncb.ncb_callname, "*               ", NCBNAMSZ);
-        ncb.ncb_buffer = status;
-        ncb.ncb_length = sizeof status;
-        if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) {
-            tf << "Netbios function failed...continuing" << endtrace;
-            continue;
-        }
-        // The adapter address opens the ADAPTER_STATUS block.
-        static const unsigned char kZero[6] = {0, 0, 0, 0, 0, 0};
-        static const unsigned char kDialup[6] = {'D', 'E', 'S', 'T', 0, 0};
-        if (std::memcmp(status, kZero, 6) == 0) {
-            tf << "Found zero address...continuing" << endtrace;
-            continue;
-        }
-        if (std::memcmp(status, kDialup, 6) == 0) {
-            tf << "Found dialup adapter" << endtrace;
-            continue;
-        }
+        if (!AdapterStatus(lanas.lana[i], status, tf) || !IsHardwareAddress(status, tf)) continue;
         if (size < 6) {
             tf << "Not enough space for MAC address (need 6 bytes)" << endtrace;
             return false;

@@ -67,9 +67,7 @@ TEST_F(RoutvaneTest, TokenFailuresCountAsNotLocalSystem) {
 
 TEST_F(RoutvaneTest, TheRealTokenOfThisProcessIsNotLocalSystem) {
     ScopedProcessToken real;
-    real->AllocateAndInitializeSid = RealProcessToken().AllocateAndInitializeSid;
-    real->OpenProcessToken = RealProcessToken().OpenProcessToken;
-    real->GetTokenInformation = RealProcessToken().GetTokenInformation;
+    ProcessToken() = RealProcessToken();
     EXPECT_FALSE(IsLocalSystem());
 }
 

@@ -84,12 +84,6 @@ TEST_P(DecisionTest, WalksTheSourcesInTheirFixedOrder) {
     for (const std::string &text : c.absent) EXPECT_TRUE(trace.linesWith(text).empty()) << text;
 }
 
-WinInetSnapshot Absent() {
-    WinInetSnapshot s;
-    s.present = false;
-    return s;
-}
-
 WinInetSnapshot VersionUnknown() {
     WinInetSnapshot s = PerConnection(kProxy, "p:9");
     s.versionKnown = false;
@@ -141,7 +135,8 @@ INSTANTIATE_TEST_SUITE_P(Table, DecisionTest, testing::Values(
         {"InternetQueryOption(INTERNET_OPTION_PER_CONNECTION_OPTION) failed:  12009 "}, {}},
     DecisionCase{"version_unknown_is_per_connection", VersionUnknown(),
         "x", 80, 2, 2, 0, {Proxy("p", 9)}, {}, {}, {"INTERNET_OPTION_VERSION is"}},
-    DecisionCase{"wininet_absent_goes_direct_silently", Absent(),
+    DecisionCase{"wininet_absent_goes_direct_silently",
+        [] { WinInetSnapshot s; s.present = false; return s; }(),
         "x", 80, 2, 2, 1, {}, {}, {}, {"INTERNET_OPTION"}},
     DecisionCase{"legacy_proxy_ignores_bypass",
         Legacy(INTERNET_OPEN_TYPE_PROXY, "p:3128", "<local>"),
