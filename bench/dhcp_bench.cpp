@@ -122,12 +122,10 @@ int Silent(const std::string &server) {
     const bool found = DiscoverProxyUrlViaDHCP(false, server, url, timeout);
     const double discover = NowSeconds() - start;
 
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
+    const auto resolver = ComPtr<Routvane>::Share(new Routvane);
     start = NowSeconds();
     const uint32_t status = resolver->RunAutoDetect(ROUTVANE_SKIP_DNS, server, 80);
     const double detect = NowSeconds() - start;
-    resolver->Release();
 
     const auto within = [](double s) { return s >= 3.8 && s <= 4.2; };
     std::printf("silent server, DHCP time-out %u s:\n", timeout);

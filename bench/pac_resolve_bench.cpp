@@ -83,25 +83,20 @@ double MiB(double bytes) { return bytes / (1024.0 * 1024.0); }
 // One resolve on a new object, as a client makes it; the number of entries.
 long long Resolve(IClassFactory *factory) {
     ++callsMade;
-    IRoutvane *resolver = nullptr;
-    if (FAILED(
-            factory->CreateInstance(nullptr, IID_IRoutvane, reinterpret_cast<void **>(&resolver))))
-        return -1;
+    ComPtr<IRoutvane> resolver;
+    if (FAILED(factory->CreateInstance(nullptr, IID_IRoutvane, resolver.outVoid()))) return -1;
     long long count = -1;
     const unsigned status = resolver->RoutvaneBrowser(0, kHost, kPort);
     if (status == ROUTVANE_PROXY)
         count = resolver->GetProxyCount();
     else
         count = -10 - static_cast<long long>(status);
-    resolver->Release();
     return count;
 }
 
 bool KeyExists(HKEY root, const char *key) {
-    HKEY k = nullptr;
-    if (RegOpenKeyExA(root, key, 0, KEY_READ, &k) != ERROR_SUCCESS) return false;
-    RegCloseKey(k);
-    return true;
+    RegKey k;
+    return k.open(root, key, KEY_READ) == ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -161,12 +156,11 @@ int main() {
         CreateDirectoryA((root + "\\Users").c_str(), nullptr);
         CreateDirectoryA(profile.c_str(), nullptr);
         {
-            FILE *f = fopen(prefs.c_str(), "wb");
+            const FileOwner f(fopen(prefs.c_str(), "wb"));
             if (f) {
                 const std::string text = Pref("network.proxy.type", "2") +
                                          Pref("network.proxy.autoconfig_url", "\"" + url + "\"");
-                fwrite(text.data(), 1, text.size(), f);
-                fclose(f);
+                fwrite(text.data(), 1, text.size(), f.get());
             }
         }
         const char kClass[] = "PacResolveBench.NetscapeDocument";
@@ -182,8 +176,9 @@ int main() {
         BenchRegistryValue user(HKEY_CURRENT_USER, "Software\\Netscape\\Netscape Navigator\\biff",
                                 "CurrentUser", "bench");
 
-        IClassFactory *factory = nullptr;
-        DllGetClassObject(CLSID_Routvane, IID_IClassFactory, reinterpret_cast<void **>(&factory));
+        ComPtr<IClassFactory> holder;
+        DllGetClassObject(CLSID_Routvane, IID_IClassFactory, holder.outVoid());
+        IClassFactory *const factory = holder.get();
 
         Targets targets;
         if (!factory || Resolve(factory) != 3 || BareDownload(url) != kScript ||
@@ -240,7 +235,7 @@ int main() {
                 MiB(static_cast<double>(evaluationEnd) - static_cast<double>(evaluationStart)));
             exitCode = targets.ExitCode();
         }
-        if (factory) factory->Release();
+        holder.reset();
         DeleteFileA(prefs.c_str());
         RemoveDirectoryA(profile.c_str());
         RemoveDirectoryA((root + "\\Users").c_str());

@@ -10,49 +10,47 @@
 
 #include "pac/SafeRegex.h"
 #include "resolver/Routvane.h"
-#include "trace/ZelTraceManager.h"
 #include "resolver/WinInetSettings.h"
+#include "trace/ZelTraceManager.h"
 
 namespace {
 
 const char kInternetSettings[] = "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
 
 unsigned ResolveOnce(const char *target) {
-    Routvane *r = new Routvane();
-    r->AddRef();
-    const unsigned status = r->RoutvaneBrowser(0, target, 443);
-    r->Release();
-    return status;
+    const auto r = ComPtr<Routvane>::Share(new Routvane());
+    return r->RoutvaneBrowser(0, target, 443);
 }
 
 // The platform calls a resolve of a fixed proxy makes, and nothing else.
 void BareSequence() {
     SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
-    PSID system = nullptr;
-    AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0, &system);
-    HANDLE token = nullptr;
-    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
+    SidOwner system;
+    AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0, system.out());
+    KernelHandle token;
+    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.out());
     DWORD needed = 0;
-    GetTokenInformation(token, TokenUser, nullptr, 0, &needed);
+    GetTokenInformation(token.get(), TokenUser, nullptr, 0, &needed);
     BYTE user[256];
-    GetTokenInformation(token, TokenUser, user, needed, &needed);
-    EqualSid(reinterpret_cast<TOKEN_USER *>(user)->User.Sid, system);
-    CloseHandle(token);
-    FreeSid(system);
+    GetTokenInformation(token.get(), TokenUser, user, needed, &needed);
+    EqualSid(reinterpret_cast<TOKEN_USER *>(user)->User.Sid, system.get());
+    token.reset();
+    system.reset();
 
-    HKEY html = nullptr, command = nullptr;
-    char value[512];
-    DWORD size = 128;
-    RegOpenKeyExA(HKEY_CLASSES_ROOT, ".html", 0, KEY_READ, &html);
-    RegQueryValueExA(html, nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value), &size);
-    RegOpenKeyExA(HKEY_CLASSES_ROOT, "RoutvaneBenchDocument\\shell\\open\\command", 0, KEY_READ,
-                  &command);
-    size = sizeof value;
-    RegQueryValueExA(command, nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value), &size);
-    RegCloseKey(command);
-    RegCloseKey(html);
+    {
+        RegKey html, command;
+        char value[512];
+        DWORD size = 128;
+        html.open(HKEY_CLASSES_ROOT, ".html", KEY_READ);
+        RegQueryValueExA(html.get(), nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value),
+                         &size);
+        command.open(HKEY_CLASSES_ROOT, "RoutvaneBenchDocument\\shell\\open\\command", KEY_READ);
+        size = sizeof value;
+        RegQueryValueExA(command.get(), nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value),
+                         &size);
+    }
 
-    LoadLibraryA("wininet.dll");
+    const ModuleReference wininet(LoadLibraryA("wininet.dll"));
     INTERNET_VERSION_INFO version;
     DWORD length = sizeof version;
     WinInetSettings().InternetQueryOptionA(nullptr, INTERNET_OPTION_VERSION, &version, &length);
@@ -67,7 +65,6 @@ void BareSequence() {
                                            &length);
     for (int i : {0, 3, 4})
         if (options[i].Value.pszValue) GlobalFree(options[i].Value.pszValue);
-    FreeLibrary(GetModuleHandleA("wininet.dll"));
 }
 
 // Twenty bypass tokens that do not match, and what matching them costs at
@@ -159,8 +156,7 @@ int main() {
            medians[0] * 1e6, medians[1] * 1e6);
     targets.Check("IsBypassed / bare regexes", medians[0] / medians[1], 1.2);
 
-    Routvane *parser = new Routvane();
-    parser->AddRef();
+    const auto parser = ComPtr<Routvane>::Share(new Routvane());
     int calls = 0;
     const double start = NowSeconds();
     while (calls < 200000) {
@@ -168,7 +164,6 @@ int main() {
         ++calls;
     }
     const double rate = calls / (NowSeconds() - start);
-    parser->Release();
     printf("ParseIEProxy: %.0f calls/s\n", rate);
 
     if (!PrivateBytesMove()) {

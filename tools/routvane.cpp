@@ -31,6 +31,7 @@
 #include "resolver/Routvane.h"
 #include <routvane.h>
 #include "trace/ZelTraceManager.h"
+#include "util/ComOwners.h"
 
 namespace {
 
@@ -175,11 +176,9 @@ IRoutvane *CreateResolver() {
     using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
     auto get = reinterpret_cast<GetClassObject>(
         reinterpret_cast<void *>(GetProcAddress(module, "DllGetClassObject")));
-    IClassFactory *factory = nullptr;
-    if (!get || FAILED(get(CLSID_Routvane, IID_IClassFactory, reinterpret_cast<void **>(&factory))))
-        return nullptr;
+    ComPtr<IClassFactory> factory;
+    if (!get || FAILED(get(CLSID_Routvane, IID_IClassFactory, factory.outVoid()))) return nullptr;
     factory->CreateInstance(nullptr, IID_IRoutvane, reinterpret_cast<void **>(&resolver));
-    factory->Release();
     return resolver;
 }
 
@@ -197,7 +196,7 @@ std::string ReadText(Getter get) {
 
 Answer ResolveThroughCom(const Options &o) {
     Answer a;
-    IRoutvane *resolver = CreateResolver();
+    const auto resolver = ComPtr<IRoutvane>::Adopt(CreateResolver());
     if (!resolver) {
         fprintf(stderr, "routvane: cannot create the resolver (register routvane.dll, or keep it "
                         "beside this program)\n");
@@ -217,7 +216,6 @@ Answer ResolveThroughCom(const Options &o) {
     a.autoConfigURL = ReadText([&](char *b, int s) { return resolver->GetAutoConfigURL(b, s); });
     if (o.script)
         a.script = ReadText([&](char *b, int s) { return resolver->GetAutoConfigScript(b, s); });
-    resolver->Release();
     return a;
 }
 
@@ -225,8 +223,7 @@ Answer ResolveThroughCom(const Options &o) {
 // the PAC URL or automatic discovery.
 Answer ResolveDirectly(const Options &o) {
     Answer a;
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
+    const auto resolver = ComPtr<Routvane>::Share(new Routvane);
     try {
         a.status = o.mode == Mode::Pac
                        ? resolver->RunAutoProxyURL(0, o.host, o.port, o.pacUrl)
@@ -239,7 +236,6 @@ Answer ResolveDirectly(const Options &o) {
         a.entries.push_back({e.kind == PROXY_ENTRY_DIRECT, e.host, e.port});
     a.autoConfigURL = resolver->autoConfigURL();
     if (o.script) a.script = resolver->autoConfigScript();
-    resolver->Release();
     return a;
 }
 
@@ -265,11 +261,11 @@ public:
     void finish() {
         if (path_.empty()) return;
         ZelForceTraceFile(std::string());  // closes the file
-        if (FILE *f = fopen(path_.c_str(), "rb")) {
+        if (FileOwner f{fopen(path_.c_str(), "rb")}) {
             std::string line;
             char buffer[4096];
             size_t n;
-            while ((n = fread(buffer, 1, sizeof buffer, f)) > 0) {
+            while ((n = fread(buffer, 1, sizeof buffer, f.get())) > 0) {
                 for (size_t i = 0; i < n; ++i) {
                     const char c = buffer[i];
                     if (c == '\n') {
@@ -281,7 +277,6 @@ public:
                 }
             }
             if (!line.empty()) fprintf(stderr, "%s\n", line.c_str());
-            fclose(f);
         }
         fflush(stderr);
         DeleteFileA(path_.c_str());
