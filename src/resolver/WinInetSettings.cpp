@@ -3,6 +3,7 @@
 #include "resolver/Routvane.h"
 #include "trace/ZelComponent.h"
 #include "trace/tracefunc.h"
+#include "util/Owners.h"
 
 namespace {
 
@@ -44,42 +45,35 @@ void QueryLegacy(WinInetSnapshot &settings) {
     settings.legacyBypass = Text(info->lpszProxyBypass);
 }
 
-// The strings the per-connection query hands back belong to the caller.
-struct PerConnectionOptions {
-    INTERNET_PER_CONN_OPTIONA options[5] = {};
-    PerConnectionOptions() {
-        options[0].dwOption = INTERNET_PER_CONN_AUTOCONFIG_URL;
-        options[1].dwOption = INTERNET_PER_CONN_AUTODISCOVERY_FLAGS;
-        options[2].dwOption = INTERNET_PER_CONN_FLAGS;
-        options[3].dwOption = INTERNET_PER_CONN_PROXY_BYPASS;
-        options[4].dwOption = INTERNET_PER_CONN_PROXY_SERVER;
-    }
-    ~PerConnectionOptions() {
-        for (int i : {0, 3, 4})
-            if (options[i].Value.pszValue) GlobalFree(options[i].Value.pszValue);
-    }
-    PerConnectionOptions(const PerConnectionOptions &) = delete;
-    PerConnectionOptions &operator=(const PerConnectionOptions &) = delete;
-};
-
 void QueryPerConnection(WinInetSnapshot &settings) {
-    PerConnectionOptions answer;
+    INTERNET_PER_CONN_OPTIONA options[5] = {};
+    options[0].dwOption = INTERNET_PER_CONN_AUTOCONFIG_URL;
+    options[1].dwOption = INTERNET_PER_CONN_AUTODISCOVERY_FLAGS;
+    options[2].dwOption = INTERNET_PER_CONN_FLAGS;
+    options[3].dwOption = INTERNET_PER_CONN_PROXY_BYPASS;
+    options[4].dwOption = INTERNET_PER_CONN_PROXY_SERVER;
     INTERNET_PER_CONN_OPTION_LISTA list = {};
     list.dwSize = sizeof list;
     list.pszConnection = nullptr;  // the LAN settings; dial-up entries are not consulted
     list.dwOptionCount = 5;
-    list.pOptions = answer.options;
+    list.pOptions = options;
     DWORD length = sizeof list;
-    if (!WinInetSettings().InternetQueryOptionA(nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION,
-                                                &list, &length)) {
-        settings.error = ::GetLastError();
+    const BOOL answered = WinInetSettings().InternetQueryOptionA(
+        nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION, &list, &length);
+    const DWORD error = ::GetLastError();
+    // The strings handed back belong to the caller, whatever the answer.
+    const GlobalBlock strings[] = {GlobalBlock(options[0].Value.pszValue),
+                                   GlobalBlock(options[3].Value.pszValue),
+                                   GlobalBlock(options[4].Value.pszValue)};
+    if (!answered) {
+        settings.error = error;
         return;
     }
     settings.answered = true;
-    settings.autoConfigUrl = Text(answer.options[0].Value.pszValue);
-    settings.flags = answer.options[2].Value.dwValue;
-    settings.bypass = Text(answer.options[3].Value.pszValue);
-    settings.proxyServer = Text(answer.options[4].Value.pszValue);
+    settings.autoConfigUrl = Text(options[0].Value.pszValue);
+    settings.flags = options[2].Value.dwValue;
+    settings.bypass = Text(options[3].Value.pszValue);
+    settings.proxyServer = Text(options[4].Value.pszValue);
 }
 
 uint32_t DecideLegacy(const WinInetSnapshot &settings, Routvane &resolver, tracefunc &tf) {

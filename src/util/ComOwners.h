@@ -17,6 +17,14 @@ struct BstrTraits : NullTraits<BSTR> {
 };
 using ScopedBstr = UniqueOwner<BstrTraits>;
 
+// A block of COM task memory, such as StringFromCLSID hands out.
+template <class T>
+struct TaskMemoryTraits : NullTraits<T *> {
+    static void close(T *block) { ::CoTaskMemFree(block); }
+};
+template <class T>
+using TaskMemory = UniqueOwner<TaskMemoryTraits<T>>;
+
 // One VARIANT, cleared with VariantClear.
 class ScopedVariant {
 public:

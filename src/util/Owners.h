@@ -77,6 +77,10 @@ template <class T>
 struct HeapTraits : NullTraits<T *> {
     static void close(T *block) { ::HeapFree(::GetProcessHeap(), 0, block); }
 };
+// A block of the global heap, as WinINet hands its strings to the caller.
+struct GlobalTraits : NullTraits<void *> {
+    static void close(void *block) { ::GlobalFree(block); }
+};
 struct SocketTraits {
     using type = SOCKET;
     static SOCKET invalid() { return INVALID_SOCKET; }
@@ -101,6 +105,7 @@ using SidOwner = UniqueOwner<SidTraits>;
 using FileOwner = UniqueOwner<FileTraits>;
 template <class T>
 using HeapBlock = UniqueOwner<HeapTraits<T>>;
+using GlobalBlock = UniqueOwner<GlobalTraits>;
 using SocketOwner = UniqueOwner<SocketTraits>;
 using TemporaryFile = UniqueOwner<TemporaryFileTraits>;
 
