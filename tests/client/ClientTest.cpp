@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "routvane.h"
+#include <routvane.h>
 
 namespace {
 
