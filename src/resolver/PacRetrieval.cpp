@@ -217,6 +217,34 @@ void RunDownload(Download &d, WorkProgress &progress) {
     d.status = kDownloaded;
 }
 
+// Whether the worker finished the download; else the one trace line that
+// names the bound or the refusal.
+bool Finished(const BoundedRun &run, const WaitBounds &bounds, tracefunc &tf) {
+    switch (run.outcome) {
+    case BoundedOutcome::Done:
+        return true;
+    case BoundedOutcome::Stalled:
+        tf << "Download stalled: no progress within WPADConnectTimeout (" << bounds.progressMs
+           << " ms)" << endtrace;
+        return false;
+    case BoundedOutcome::TimedOut:
+        tf << "Download timed out: WPADDownloadTimeout (" << bounds.totalMs << " ms) passed"
+           << endtrace;
+        return false;
+    case BoundedOutcome::Refused: {
+        const long running = AbandonedWorkers();
+        tf << "Download refused:  " << running << " abandoned workers still run" << endtrace;
+        return false;
+    }
+    case BoundedOutcome::NoThread: {
+        const DWORD error = GetLastError();
+        tf << "CreateThread failed:  " << error << endtrace;
+        return false;
+    }
+    }
+    return false;
+}
+
 }  // namespace
 
 uint32_t Routvane::readURL(const std::string &url, std::string &script) {
@@ -254,28 +282,7 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
         [download](WorkProgress &progress) { RunDownload(*download, progress); }, bounds,
         [&tf](DWORD id) { tf << "Download runs on worker thread " << id << endtrace; },
         [download] { download->handles.CloseAll(); });
-    switch (run.outcome) {
-    case BoundedOutcome::Done:
-        break;
-    case BoundedOutcome::Stalled:
-        tf << "Download stalled: no progress within WPADConnectTimeout (" << bounds.progressMs
-           << " ms)" << endtrace;
-        return ROUTVANE_FAILED;
-    case BoundedOutcome::TimedOut:
-        tf << "Download timed out: WPADDownloadTimeout (" << bounds.totalMs << " ms) passed"
-           << endtrace;
-        return ROUTVANE_FAILED;
-    case BoundedOutcome::Refused: {
-        const long running = AbandonedWorkers();
-        tf << "Download refused:  " << running << " abandoned workers still run" << endtrace;
-        return ROUTVANE_FAILED;
-    }
-    case BoundedOutcome::NoThread: {
-        const DWORD error = GetLastError();
-        tf << "CreateThread failed:  " << error << endtrace;
-        return ROUTVANE_FAILED;
-    }
-    }
+    if (!Finished(run, bounds, tf)) return ROUTVANE_FAILED;
     download->handles.CloseAll();
     if (!download->failure.empty()) tf << download->failure << endtrace;
     if (download->status != kDownloaded) return ROUTVANE_FAILED;
