@@ -10,6 +10,9 @@
 #include <string>
 #include <vector>
 
+#include "util/ComOwners.h"
+#include "util/Registry.h"
+
 inline double NowSeconds() {
     static LARGE_INTEGER frequency = [] {
         LARGE_INTEGER f;
@@ -86,36 +89,34 @@ class BenchRegistryValue {
 public:
     BenchRegistryValue(HKEY root, const char *key, const char *name, const char *value)
         : root_(root), key_(key), name_(name) {
-        RegCreateKeyExA(root_, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &handle_,
-                        nullptr);
+        handle_.create(root_, key_.c_str(), KEY_ALL_ACCESS);
         DWORD size = sizeof old_;
-        had_ = RegQueryValueExA(handle_, name, nullptr, &type_, old_, &size) == ERROR_SUCCESS;
+        had_ = RegQueryValueExA(handle_.get(), name, nullptr, &type_, old_, &size) == ERROR_SUCCESS;
         oldSize_ = size;
         Set(value);
     }
     BenchRegistryValue(HKEY root, const char *key, const char *name, DWORD value)
         : BenchRegistryValue(root, key, name, static_cast<const char *>(nullptr)) {
-        RegSetValueExA(handle_, name_.c_str(), 0, REG_DWORD, reinterpret_cast<BYTE *>(&value), 4);
+        RegSetValueExA(handle_.get(), name_.c_str(), 0, REG_DWORD, reinterpret_cast<BYTE *>(&value), 4);
     }
     ~BenchRegistryValue() {
         if (had_)
-            RegSetValueExA(handle_, name_.c_str(), 0, type_, old_, oldSize_);
+            RegSetValueExA(handle_.get(), name_.c_str(), 0, type_, old_, oldSize_);
         else
-            RegDeleteValueA(handle_, name_.c_str());
-        RegCloseKey(handle_);
+            RegDeleteValueA(handle_.get(), name_.c_str());
     }
     void Set(const char *value) {
         if (value)
-            RegSetValueExA(handle_, name_.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE *>(value),
+            RegSetValueExA(handle_.get(), name_.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE *>(value),
                            static_cast<DWORD>(strlen(value) + 1));
         else
-            RegDeleteValueA(handle_, name_.c_str());
+            RegDeleteValueA(handle_.get(), name_.c_str());
     }
 
 private:
     HKEY root_;
     std::string key_, name_;
-    HKEY handle_ = nullptr;
+    RegKey handle_;
     bool had_ = false;
     DWORD type_ = 0;
     BYTE old_[1024];

@@ -9,7 +9,7 @@
 #include <windows.h>
 #include <oaidl.h>
 
-#include "FindProxyForUrl.h"
+#include "PacHelperTypeLib.h"
 #include "com/COvrenaDispatch.h"
 
 class NullHelper : public COvrenaDispatch<IFindProxyForUrl, &CLSID_FindProxyForUrl,

@@ -6,8 +6,8 @@
 // Each function makes the calls the library makes on the path the
 // benchmark takes, in the same order and with the same arguments; where the
 // library branches on an answer (interface selection) the floor takes the
-// same branch. The entries of the platform seam are used where the library
-// binds a system library lazily; they are the real functions.
+// same branch. The entries of the seams are used where the library binds a
+// system library lazily; they are the real functions.
 #pragma once
 
 #include <winsock2.h>
@@ -23,9 +23,12 @@
 #include <vector>
 
 #include "NullHelper.h"
-#include "pac/ComOwners.h"
+#include "dhcp/NetworkFacts.h"
 #include "pac/ScriptHost.h"
-#include "util/Platform.h"
+#include "resolver/WinInetDownload.h"
+#include "util/ComOwners.h"
+#include "util/Owners.h"
+#include "util/Registry.h"
 
 namespace platform_floor {
 
@@ -35,36 +38,35 @@ namespace platform_floor {
 // SID.
 inline bool TokenIsLocalSystem() {
     SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
-    PSID system = nullptr;
-    if (!AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0, &system))
+    SidOwner system;
+    if (!AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0,
+                                  system.out()))
         return false;
     bool isSystem = false;
-    HANDLE token = nullptr;
-    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) {
+    KernelHandle token;
+    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.out())) {
         DWORD needed = 0;
-        GetTokenInformation(token, TokenUser, nullptr, 0, &needed);
+        GetTokenInformation(token.get(), TokenUser, nullptr, 0, &needed);
         std::vector<BYTE> buffer(needed, 0);
         if (needed >= sizeof(TOKEN_USER) &&
-            GetTokenInformation(token, TokenUser, buffer.data(), needed, &needed))
-            isSystem = EqualSid(reinterpret_cast<TOKEN_USER *>(buffer.data())->User.Sid, system);
-        CloseHandle(token);
+            GetTokenInformation(token.get(), TokenUser, buffer.data(), needed, &needed))
+            isSystem =
+                EqualSid(reinterpret_cast<TOKEN_USER *>(buffer.data())->User.Sid, system.get());
     }
-    FreeSid(system);
     return isSystem;
 }
 
 // One string value of a key, read with a buffer of the library's size.
 inline std::string RegistryText(HKEY root, const char *subkey, const char *name, DWORD size) {
     std::string text;
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(root, subkey, 0, KEY_READ, &key) != ERROR_SUCCESS) return text;
+    RegKey key;
+    if (RegOpenKeyExA(root, subkey, 0, KEY_READ, key.out()) != ERROR_SUCCESS) return text;
     std::vector<char> buffer(size + 1, '\0');
     DWORD type = 0;
-    if (RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<BYTE *>(buffer.data()),
+    if (RegQueryValueExA(key.get(), name, nullptr, &type, reinterpret_cast<BYTE *>(buffer.data()),
                          &size) == ERROR_SUCCESS &&
         (type == REG_SZ || type == REG_EXPAND_SZ))
         text = buffer.data();
-    RegCloseKey(key);
     return text;
 }
 
@@ -92,12 +94,11 @@ inline std::string NetscapePrefsPath() {
 // chunks of the library's size.
 inline std::string ReadWholeFile(const std::string &path) {
     std::string text;
-    FILE *in = _fsopen(path.c_str(), "rb", _SH_DENYNO);
+    const FileOwner in(_fsopen(path.c_str(), "rb", _SH_DENYNO));
     if (!in) return text;
     char chunk[1024];
     size_t got = 0;
-    while ((got = fread(chunk, 1, sizeof chunk, in)) > 0) text.append(chunk, got);
-    fclose(in);
+    while ((got = fread(chunk, 1, sizeof chunk, in.get())) > 0) text.append(chunk, got);
     return text;
 }
 
@@ -106,43 +107,42 @@ inline DWORD ConnectTimeoutMs() {
     DWORD value = 0;
     DWORD size = sizeof value;
     DWORD type = 0;
-    HKEY key = nullptr;
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Ovrena", 0, KEY_READ, &key) ==
+    RegKey key;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Ovrena", 0, KEY_READ, key.out()) ==
         ERROR_SUCCESS) {
-        if (RegQueryValueExA(key, "WPADConnectTimeout", nullptr, &type,
+        if (RegQueryValueExA(key.get(), "WPADConnectTimeout", nullptr, &type,
                              reinterpret_cast<BYTE *>(&value), &size) != ERROR_SUCCESS ||
             type != REG_DWORD)
             value = 0;
-        RegCloseKey(key);
     }
     return (value ? value : 5) * 1000;
 }
 
 // The script download: a direct session with the connect time-out set, the
-// URL from the server and never from or into the cache. The session is
-// closed before the URL handle, in the library's order: the order decides
+// URL from the server and never from or into the cache; the URL handle is
+// closed before the session, in the library's order: the order decides
 // what becomes of the connection, and so what the next download finds.
 inline std::string Download(const std::string &url, DWORD timeoutMs) {
     std::string text;
-    HINTERNET session =
-        Platform().InternetOpenA("OvrenaTessel", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
+    const WinInetDownloadApi &api = WinInetDownload();
+    // Declared first so that it goes last.
+    const InternetHandle session(
+        api.InternetOpenA("OvrenaTessel", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
     if (!session) return text;
-    Platform().InternetSetOptionA(session, INTERNET_OPTION_CONNECT_TIMEOUT, &timeoutMs,
-                                  sizeof timeoutMs);
-    HINTERNET file = Platform().InternetOpenUrlA(
-        session, url.c_str(), nullptr, static_cast<DWORD>(-1),
-        INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_UI, 0);
+    api.InternetSetOptionA(session.get(), INTERNET_OPTION_CONNECT_TIMEOUT, &timeoutMs,
+                           sizeof timeoutMs);
+    const InternetHandle file(api.InternetOpenUrlA(
+        session.get(), url.c_str(), nullptr, static_cast<DWORD>(-1),
+        INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_UI, 0));
     if (file) {
         char buffer[2048];
         for (;;) {
             DWORD read = 0;
-            Platform().InternetReadFile(file, buffer, sizeof buffer, &read);
+            api.InternetReadFile(file.get(), buffer, sizeof buffer, &read);
             if (read == 0) break;
             text.append(buffer, read);
         }
     }
-    Platform().InternetCloseHandle(session);
-    if (file) Platform().InternetCloseHandle(file);
     return text;
 }
 
@@ -171,22 +171,13 @@ inline std::string PacResolve(const std::string &scriptUrl, const std::string &h
 
 // --- Interface selection for a DHCPINFORM -----------------------------------
 
-struct HeapBlock {
-    void *p;
-    explicit HeapBlock(size_t bytes)
-        : p(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, bytes ? bytes : 1)) {}
-    ~HeapBlock() { HeapFree(GetProcessHeap(), 0, p); }
-    HeapBlock(const HeapBlock &) = delete;
-    HeapBlock &operator=(const HeapBlock &) = delete;
-};
-
 // Whether DHCP configures the adapter with this hardware address.
 inline bool AdapterDhcpEnabled(const MIB_IFROW &row, bool &enabled) {
     ULONG size = 0;
-    if (Platform().GetAdaptersInfo(nullptr, &size) != ERROR_BUFFER_OVERFLOW) return false;
-    HeapBlock block(size);
-    auto *adapters = static_cast<IP_ADAPTER_INFO *>(block.p);
-    if (Platform().GetAdaptersInfo(adapters, &size) != NO_ERROR) return false;
+    if (NetworkFacts().GetAdaptersInfo(nullptr, &size) != ERROR_BUFFER_OVERFLOW) return false;
+    const auto block = AllocateHeapBlock<IP_ADAPTER_INFO>(size);
+    auto *adapters = block.get();
+    if (NetworkFacts().GetAdaptersInfo(adapters, &size) != NO_ERROR) return false;
     for (const IP_ADAPTER_INFO *a = adapters; a; a = a->Next) {
         if (a->AddressLength != row.dwPhysAddrLen ||
             std::memcmp(a->Address, row.bPhysAddr, a->AddressLength < 8 ? a->AddressLength : 8))
@@ -201,20 +192,20 @@ inline bool AdapterDhcpEnabled(const MIB_IFROW &row, bool &enabled) {
 inline bool Nt4DhcpServiceRunning(bool &enabled) {
     OSVERSIONINFOA version = {};
     version.dwOSVersionInfoSize = sizeof version;
-    if (!Platform().GetVersionExA(&version) || version.dwMajorVersion != 4 ||
+    if (!NetworkFacts().GetVersionExA(&version) || version.dwMajorVersion != 4 ||
         version.dwMinorVersion != 0 || version.dwPlatformId != VER_PLATFORM_WIN32_NT)
         return false;
-    SC_HANDLE manager = Platform().OpenSCManagerA(
-        nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE);
+    const ServiceManagerHandle manager(NetworkFacts().OpenSCManagerA(
+        nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
     if (!manager) return false;
     bool found = false;
     DWORD needed = 0, returned = 0, resume = 0;
-    Platform().EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL, nullptr, 0, &needed,
+    NetworkFacts().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL, nullptr, 0, &needed,
                                    &returned, &resume);
-    HeapBlock block(needed);
-    auto *services = static_cast<ENUM_SERVICE_STATUSA *>(block.p);
+    const auto block = AllocateHeapBlock<ENUM_SERVICE_STATUSA>(needed);
+    auto *services = block.get();
     returned = resume = 0;
-    if (Platform().EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL, services, needed,
+    if (NetworkFacts().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL, services, needed,
                                        &needed, &returned, &resume)) {
         for (DWORD i = 0; i < returned && !found; ++i) {
             if (!services[i].lpServiceName || _stricmp(services[i].lpServiceName, "DHCP")) continue;
@@ -222,7 +213,6 @@ inline bool Nt4DhcpServiceRunning(bool &enabled) {
             found = true;
         }
     }
-    Platform().CloseServiceHandle(manager);
     return found;
 }
 
@@ -233,12 +223,12 @@ inline bool NetbiosHardwareAddress() {
     ncb.ncb_command = NCBENUM;
     ncb.ncb_buffer = reinterpret_cast<PUCHAR>(&lanas);
     ncb.ncb_length = sizeof lanas;
-    if (Platform().Netbios(&ncb) != NRC_GOODRET) return false;
+    if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) return false;
     for (unsigned i = 0; i < lanas.length && i < sizeof lanas.lana; ++i) {
         ncb = NCB{};
         ncb.ncb_command = NCBRESET;
         ncb.ncb_lana_num = lanas.lana[i];
-        if (Platform().Netbios(&ncb) != NRC_GOODRET) continue;
+        if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) continue;
         unsigned char status[600] = {};
         ncb = NCB{};
         ncb.ncb_command = NCBASTAT;
@@ -246,7 +236,7 @@ inline bool NetbiosHardwareAddress() {
         std::memcpy(ncb.ncb_callname, "*               ", NCBNAMSZ);
         ncb.ncb_buffer = status;
         ncb.ncb_length = sizeof status;
-        if (Platform().Netbios(&ncb) != NRC_GOODRET) continue;
+        if (NetworkFacts().Netbios(&ncb) != NRC_GOODRET) continue;
         static const unsigned char kZero[6] = {};
         static const unsigned char kDialup[6] = {'D', 'E', 'S', 'T', 0, 0};
         if (!std::memcmp(status, kZero, 6) || !std::memcmp(status, kDialup, 6)) continue;
@@ -264,31 +254,34 @@ inline bool SelectInterface(uint32_t destination) {
     uint32_t address = 0;
     bool dhcpEnabled = false;
     MIB_IFROW row = {};
-    if (HMODULE iphlpapi = Platform().LoadLibraryA("iphlpapi.dll")) {
+    if (const ModuleReference iphlpapi{NetworkFacts().LoadLibraryA("iphlpapi.dll")}) {
         ULONG size = 0;
-        if (Platform().GetIpAddrTable(nullptr, &size, FALSE) == ERROR_INSUFFICIENT_BUFFER) {
-            HeapBlock block(size);
-            auto *table = static_cast<MIB_IPADDRTABLE *>(block.p);
-            if (Platform().GetIpAddrTable(table, &size, FALSE) == NO_ERROR) {
+        if (NetworkFacts().GetIpAddrTable(nullptr, &size, FALSE) == ERROR_INSUFFICIENT_BUFFER) {
+            const auto block = AllocateHeapBlock<MIB_IPADDRTABLE>(size);
+            auto *table = block.get();
+            if (NetworkFacts().GetIpAddrTable(table, &size, FALSE) == NO_ERROR) {
                 MIB_IPFORWARDROW route = {};
-                if (Platform().GetBestRoute(destination, 0, &route) == NO_ERROR) {
+                if (NetworkFacts().GetBestRoute(destination, 0, &route) == NO_ERROR) {
                     row.dwIndex = route.dwForwardIfIndex;
-                    if (Platform().GetIfEntry(&row) == NO_ERROR)
+                    if (NetworkFacts().GetIfEntry(&row) == NO_ERROR)
                         for (DWORD i = 0; i < table->dwNumEntries && !address; ++i)
                             if (table->table[i].dwIndex == row.dwIndex)
                                 address = table->table[i].dwAddr;
                 }
                 if (address == 0 || address == loopback) {
                     address = 0;
+                    // Every interface's row is asked for, as the library
+                    // collects them all before it chooses.
+                    bool ethernet = false;
                     for (DWORD i = 0; i < table->dwNumEntries; ++i) {
                         MIB_IFROW candidate = {};
                         candidate.dwIndex = table->table[i].dwIndex;
-                        if (Platform().GetIfEntry(&candidate) != NO_ERROR) continue;
-                        if (candidate.dwType == 6 || candidate.dwType == 9 ||
-                            candidate.dwType == 15) {
+                        if (NetworkFacts().GetIfEntry(&candidate) != NO_ERROR) continue;
+                        if (!ethernet && (candidate.dwType == 6 || candidate.dwType == 9 ||
+                                          candidate.dwType == 15)) {
                             row = candidate;
                             address = table->table[i].dwAddr;
-                            if (candidate.dwType == 6) break;
+                            ethernet = candidate.dwType == 6;
                         }
                     }
                 }
@@ -299,7 +292,6 @@ inline bool SelectInterface(uint32_t destination) {
                 }
             }
         }
-        FreeLibrary(iphlpapi);
     }
     if (!dhcpEnabled) return false;
     if (address != 0 && address != loopback) return true;

@@ -27,7 +27,7 @@
 #include "dhcp/dhcp.h"
 #include "resolver/Routvane.h"
 #include "trace/ZelTraceManager.h"
-#include "util/Platform.h"
+#include "dhcp/NetworkFacts.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ namespace {
 // the yardstick. Returns the seconds taken, or a negative number.
 double BareExchange(const std::string &wire, uint32_t ciaddr, uint32_t xid) {
     const double start = NowSeconds();
-    DhcpSocket sock(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+    SocketOwner sock(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
     const BOOL on = TRUE;
     setsockopt(sock.get(), SOL_SOCKET, SO_BROADCAST, reinterpret_cast<const char *>(&on),
                sizeof on);
@@ -82,45 +82,45 @@ public:
         for (long long &n : platformCalls) n = 0;
         scope_->GetIpAddrTable = [](MIB_IPADDRTABLE *t, ULONG *s, BOOL o) {
             ++platformCalls[kIpHelper];
-            return RealPlatform().GetIpAddrTable(t, s, o);
+            return RealNetworkFacts().GetIpAddrTable(t, s, o);
         };
         scope_->GetBestRoute = [](DWORD d, DWORD s, MIB_IPFORWARDROW *r) {
             ++platformCalls[kIpHelper];
-            return RealPlatform().GetBestRoute(d, s, r);
+            return RealNetworkFacts().GetBestRoute(d, s, r);
         };
         scope_->GetIfEntry = [](MIB_IFROW *r) {
             ++platformCalls[kIpHelper];
-            return RealPlatform().GetIfEntry(r);
+            return RealNetworkFacts().GetIfEntry(r);
         };
         scope_->GetAdaptersInfo = [](IP_ADAPTER_INFO *i, ULONG *s) {
             ++platformCalls[kIpHelper];
-            return RealPlatform().GetAdaptersInfo(i, s);
+            return RealNetworkFacts().GetAdaptersInfo(i, s);
         };
         scope_->Netbios = [](NCB *n) {
             ++platformCalls[kNetbios];
-            return RealPlatform().Netbios(n);
+            return RealNetworkFacts().Netbios(n);
         };
         scope_->GetVersionExA = [](OSVERSIONINFOA *v) {
             ++platformCalls[kServiceManager];
-            return RealPlatform().GetVersionExA(v);
+            return RealNetworkFacts().GetVersionExA(v);
         };
         scope_->OpenSCManagerA = [](const char *m, const char *d, DWORD a) {
             ++platformCalls[kServiceManager];
-            return RealPlatform().OpenSCManagerA(m, d, a);
+            return RealNetworkFacts().OpenSCManagerA(m, d, a);
         };
         scope_->EnumServicesStatusA = [](SC_HANDLE m, DWORD t, DWORD s, ENUM_SERVICE_STATUSA *e,
                                          DWORD n, DWORD *need, DWORD *ret, DWORD *res) {
             ++platformCalls[kServiceManager];
-            return RealPlatform().EnumServicesStatusA(m, t, s, e, n, need, ret, res);
+            return RealNetworkFacts().EnumServicesStatusA(m, t, s, e, n, need, ret, res);
         };
-        scope_->CloseServiceHandle = [](SC_HANDLE h) {
+        scope_->closeServiceManager = [](SC_HANDLE h) {
             ++platformCalls[kServiceManager];
-            return RealPlatform().CloseServiceHandle(h);
+            return RealNetworkFacts().closeServiceManager(h);
         };
     }
 
 private:
-    ScopedPlatform scope_;
+    ScopedNetworkFacts scope_;
 };
 
 // Whether the floor's interface selection makes the library's platform
@@ -216,12 +216,10 @@ int Silent(const std::string &server) {
     const bool found = DiscoverProxyUrlViaDHCP(false, server, url, timeout);
     const double discover = NowSeconds() - start;
 
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
+    const auto resolver = ComPtr<Routvane>::Share(new Routvane);
     start = NowSeconds();
     const uint32_t status = resolver->RunAutoDetect(ROUTVANE_SKIP_DNS, server, 80);
     const double detect = NowSeconds() - start;
-    resolver->Release();
 
     const auto within = [](double s) { return s >= 3.8 && s <= 4.2; };
     std::printf("silent server, DHCP time-out %u s:\n", timeout);

@@ -11,7 +11,7 @@
 
 #include "BenchSupport.h"
 #include "NullHelper.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "pac/ScriptHost.h"
 #include "trace/ZelTraceManager.h"
 

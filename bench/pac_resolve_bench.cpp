@@ -22,8 +22,8 @@
 #include "LoopbackHttpServer.h"
 #include "PlatformFloor.h"
 #include "pac/ScriptHost.h"
-#include "routvane.h"
-#include "util/Platform.h"
+#include <routvane.h>
+#include "resolver/WinInetDownload.h"
 
 namespace {
 
@@ -53,23 +53,23 @@ std::atomic<long long> callsMade{0};
 std::string BareDownload(const std::string &url) {
     ++callsMade;
     std::string text;
-    HINTERNET session =
-        Platform().InternetOpenA("OvrenaTessel", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
+    const WinInetDownloadApi &api = WinInetDownload();
+    // Declared first so that it goes last, as the resolver closes them.
+    const InternetHandle session(
+        api.InternetOpenA("OvrenaTessel", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
     if (!session) return text;
-    HINTERNET file = Platform().InternetOpenUrlA(
-        session, url.c_str(), nullptr, static_cast<DWORD>(-1),
-        INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_UI, 0);
+    const InternetHandle file(api.InternetOpenUrlA(
+        session.get(), url.c_str(), nullptr, static_cast<DWORD>(-1),
+        INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_UI, 0));
     if (file) {
         char buffer[2048];
         for (;;) {
             DWORD read = 0;
-            Platform().InternetReadFile(file, buffer, sizeof buffer, &read);
+            api.InternetReadFile(file.get(), buffer, sizeof buffer, &read);
             if (read == 0) break;
             text.append(buffer, read);
         }
-        Platform().InternetCloseHandle(file);
     }
-    Platform().InternetCloseHandle(session);
     return text;
 }
 
@@ -88,25 +88,20 @@ double MiB(double bytes) { return bytes / (1024.0 * 1024.0); }
 // One resolve on a new object, as a client makes it; the number of entries.
 long long Resolve(IClassFactory *factory) {
     ++callsMade;
-    IRoutvane *resolver = nullptr;
-    if (FAILED(
-            factory->CreateInstance(nullptr, IID_IRoutvane, reinterpret_cast<void **>(&resolver))))
-        return -1;
+    ComPtr<IRoutvane> resolver;
+    if (FAILED(factory->CreateInstance(nullptr, IID_IRoutvane, resolver.outVoid()))) return -1;
     long long count = -1;
     const unsigned status = resolver->RoutvaneBrowser(0, kHost, kPort);
     if (status == ROUTVANE_PROXY)
         count = resolver->GetProxyCount();
     else
         count = -10 - static_cast<long long>(status);
-    resolver->Release();
     return count;
 }
 
 bool KeyExists(HKEY root, const char *key) {
-    HKEY k = nullptr;
-    if (RegOpenKeyExA(root, key, 0, KEY_READ, &k) != ERROR_SUCCESS) return false;
-    RegCloseKey(k);
-    return true;
+    RegKey k;
+    return k.open(root, key, KEY_READ) == ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -166,12 +161,11 @@ int main() {
         CreateDirectoryA((root + "\\Users").c_str(), nullptr);
         CreateDirectoryA(profile.c_str(), nullptr);
         {
-            FILE *f = fopen(prefs.c_str(), "wb");
+            const FileOwner f(fopen(prefs.c_str(), "wb"));
             if (f) {
                 const std::string text = Pref("network.proxy.type", "2") +
                                          Pref("network.proxy.autoconfig_url", "\"" + url + "\"");
-                fwrite(text.data(), 1, text.size(), f);
-                fclose(f);
+                fwrite(text.data(), 1, text.size(), f.get());
             }
         }
         const char kClass[] = "PacResolveBench.NetscapeDocument";
@@ -187,8 +181,9 @@ int main() {
         BenchRegistryValue user(HKEY_CURRENT_USER, "Software\\Netscape\\Netscape Navigator\\biff",
                                 "CurrentUser", "bench");
 
-        IClassFactory *factory = nullptr;
-        DllGetClassObject(CLSID_Routvane, IID_IClassFactory, reinterpret_cast<void **>(&factory));
+        ComPtr<IClassFactory> holder;
+        DllGetClassObject(CLSID_Routvane, IID_IClassFactory, holder.outVoid());
+        IClassFactory *const factory = holder.get();
 
         Targets targets;
         if (!factory || Resolve(factory) != 3 || BareDownload(url) != kScript ||
@@ -271,7 +266,7 @@ int main() {
                 MiB(static_cast<double>(evaluationEnd) - static_cast<double>(evaluationStart)));
             exitCode = targets.ExitCode();
         }
-        if (factory) factory->Release();
+        holder.reset();
         DeleteFileA(prefs.c_str());
         RemoveDirectoryA(profile.c_str());
         RemoveDirectoryA((root + "\\Users").c_str());

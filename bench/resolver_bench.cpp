@@ -10,52 +10,50 @@
 
 #include "pac/SafeRegex.h"
 #include "resolver/Routvane.h"
+#include "resolver/WinInetSettings.h"
 #include "trace/ZelTraceManager.h"
-#include "util/Platform.h"
 
 namespace {
 
 const char kInternetSettings[] = "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
 
 unsigned ResolveOnce(const char *target) {
-    Routvane *r = new Routvane();
-    r->AddRef();
-    const unsigned status = r->RoutvaneBrowser(0, target, 443);
-    r->Release();
-    return status;
+    const auto r = ComPtr<Routvane>::Share(new Routvane());
+    return r->RoutvaneBrowser(0, target, 443);
 }
 
 // The platform calls a resolve of a fixed proxy makes, and nothing else.
 void BareSequence() {
     SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
-    PSID system = nullptr;
-    AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0, &system);
-    HANDLE token = nullptr;
-    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
+    SidOwner system;
+    AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0, 0, system.out());
+    KernelHandle token;
+    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.out());
     DWORD needed = 0;
-    GetTokenInformation(token, TokenUser, nullptr, 0, &needed);
+    GetTokenInformation(token.get(), TokenUser, nullptr, 0, &needed);
     BYTE user[256];
-    GetTokenInformation(token, TokenUser, user, needed, &needed);
-    EqualSid(reinterpret_cast<TOKEN_USER *>(user)->User.Sid, system);
-    CloseHandle(token);
-    FreeSid(system);
+    GetTokenInformation(token.get(), TokenUser, user, needed, &needed);
+    EqualSid(reinterpret_cast<TOKEN_USER *>(user)->User.Sid, system.get());
+    token.reset();
+    system.reset();
 
-    HKEY html = nullptr, command = nullptr;
-    char value[512];
-    DWORD size = 128;
-    RegOpenKeyExA(HKEY_CLASSES_ROOT, ".html", 0, KEY_READ, &html);
-    RegQueryValueExA(html, nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value), &size);
-    RegOpenKeyExA(HKEY_CLASSES_ROOT, "RoutvaneBenchDocument\\shell\\open\\command", 0, KEY_READ,
-                  &command);
-    size = sizeof value;
-    RegQueryValueExA(command, nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value), &size);
-    RegCloseKey(command);
-    RegCloseKey(html);
+    {
+        RegKey html, command;
+        char value[512];
+        DWORD size = 128;
+        html.open(HKEY_CLASSES_ROOT, ".html", KEY_READ);
+        RegQueryValueExA(html.get(), nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value),
+                         &size);
+        command.open(HKEY_CLASSES_ROOT, "RoutvaneBenchDocument\\shell\\open\\command", KEY_READ);
+        size = sizeof value;
+        RegQueryValueExA(command.get(), nullptr, nullptr, nullptr, reinterpret_cast<BYTE *>(value),
+                         &size);
+    }
 
-    LoadLibraryA("wininet.dll");
+    const ModuleReference wininet(LoadLibraryA("wininet.dll"));
     INTERNET_VERSION_INFO version;
     DWORD length = sizeof version;
-    Platform().InternetQueryOptionA(nullptr, INTERNET_OPTION_VERSION, &version, &length);
+    WinInetSettings().InternetQueryOptionA(nullptr, INTERNET_OPTION_VERSION, &version, &length);
     INTERNET_PER_CONN_OPTIONA options[5] = {};
     const DWORD ids[5] = {INTERNET_PER_CONN_AUTOCONFIG_URL, INTERNET_PER_CONN_AUTODISCOVERY_FLAGS,
                           INTERNET_PER_CONN_FLAGS, INTERNET_PER_CONN_PROXY_BYPASS,
@@ -63,10 +61,10 @@ void BareSequence() {
     for (int i = 0; i < 5; ++i) options[i].dwOption = ids[i];
     INTERNET_PER_CONN_OPTION_LISTA list = {sizeof list, nullptr, 5, 0, options};
     length = sizeof list;
-    Platform().InternetQueryOptionA(nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION, &list, &length);
-    for (int i : {0, 3, 4})
-        if (options[i].Value.pszValue) GlobalFree(options[i].Value.pszValue);
-    FreeLibrary(GetModuleHandleA("wininet.dll"));
+    WinInetSettings().InternetQueryOptionA(nullptr, INTERNET_OPTION_PER_CONNECTION_OPTION, &list,
+                                           &length);
+    // The strings WinInet hands over, freed as the resolver frees them.
+    for (int i : {0, 3, 4}) const GlobalBlock text(options[i].Value.pszValue);
 }
 
 // Twenty bypass tokens that do not match, and what matching them costs at
@@ -158,8 +156,7 @@ int main() {
            medians[0] * 1e6, medians[1] * 1e6);
     targets.Check("IsBypassed / bare regexes", medians[0] / medians[1], 1.2);
 
-    Routvane *parser = new Routvane();
-    parser->AddRef();
+    const auto parser = ComPtr<Routvane>::Share(new Routvane());
     int calls = 0;
     const double start = NowSeconds();
     while (calls < 200000) {
@@ -167,14 +164,13 @@ int main() {
         ++calls;
     }
     const double rate = calls / (NowSeconds() - start);
-    parser->Release();
     printf("ParseIEProxy: %.0f calls/s\n", rate);
 
     if (!PrivateBytesMove()) {
         printf("the private-memory counter does not move; no memory figure\n");
         targets.allMet = false;
     } else {
-        ScopedPlatform platform;
+        ScopedWinInetSettings platform;
         platform->InternetQueryOptionA = SettingsFromMemory;
         for (int i = 0; i < 1000; ++i) ResolveOnce("www.example.com");
         const SIZE_T after1000 = PrivateBytes();

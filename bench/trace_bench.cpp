@@ -55,15 +55,15 @@ int main() {
         const std::string barePath = TempFileName("bare-bench");
         BenchRegistryValue on(HKEY_LOCAL_MACHINE, kKey, ("Debug-" + exe).c_str(), tracePath.c_str());
         ZelTraceReload();
-        FILE *bare = fopen(barePath.c_str(), "a+");
+        FileOwner bare(fopen(barePath.c_str(), "a+"));
         const char text[] = "Using WPAD Connect timeout: 5000 ms (tid=1234;function=bench)";
         tracefunc tf(__LINE__, "bench", "writer", 0, true);
         int i = 0;
         const auto medians = CompareMedians(
             {[&] { tf << "Using WPAD Connect timeout: " << ++i << " ms" << endtrace; },
-             [&] { BareLine(bare, text); }},
+             [&] { BareLine(bare.get(), text); }},
             15, 2000);
-        fclose(bare);
+        bare.reset();
         const double traced = 1.0 / medians[0], plain = 1.0 / medians[1];
         printf("tracing on: %.0f lines/s through the writer, %.0f lines/s bare\n", traced, plain);
         targets.Check("writer line rate / bare line rate", traced / plain, 0.8, false);

@@ -14,6 +14,7 @@
 #include "pac/EvaluationObserver.h"
 #include "resolver/Routvane.h"
 #include "trace/ZelComponent.h"
+#include "util/ComOwners.h"
 
 namespace tool {
 
@@ -36,11 +37,9 @@ IRoutvane *CreateResolver() {
     using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
     auto get = reinterpret_cast<GetClassObject>(
         reinterpret_cast<void *>(GetProcAddress(module, "DllGetClassObject")));
-    IClassFactory *factory = nullptr;
-    if (!get || FAILED(get(CLSID_Routvane, IID_IClassFactory, reinterpret_cast<void **>(&factory))))
-        return nullptr;
+    ComPtr<IClassFactory> factory;
+    if (!get || FAILED(get(CLSID_Routvane, IID_IClassFactory, factory.outVoid()))) return nullptr;
     factory->CreateInstance(nullptr, IID_IRoutvane, reinterpret_cast<void **>(&resolver));
-    factory->Release();
     return resolver;
 }
 
@@ -59,7 +58,7 @@ std::string ReadText(Getter get) {
 Answer ResolveThroughCom(const Options &o, const Target &target) {
     Answer a;
     a.target = target;
-    IRoutvane *resolver = CreateResolver();
+    const auto resolver = ComPtr<IRoutvane>::Adopt(CreateResolver());
     if (!resolver) {
         fprintf(stderr, "routvane: cannot create the resolver (register routvane.dll, or keep it "
                         "beside this program)\n");
@@ -79,7 +78,6 @@ Answer ResolveThroughCom(const Options &o, const Target &target) {
     a.autoConfigURL = ReadText([&](char *b, int s) { return resolver->GetAutoConfigURL(b, s); });
     if (o.script)
         a.script = ReadText([&](char *b, int s) { return resolver->GetAutoConfigScript(b, s); });
-    resolver->Release();
     return a;
 }
 
@@ -102,11 +100,10 @@ Answer ResolveDirectly(const Options &o, const Target &target, Run run) {
     Answer a;
     a.target = target;
     NoteList notes;
-    Routvane *resolver = new Routvane;
-    resolver->AddRef();
+    const auto resolver = ComPtr<Routvane>::Share(new Routvane);
     if (o.lint) resolver->setObserver(&notes);
     try {
-        a.status = run(*resolver);
+        a.status = run(*resolver.get());
     } catch (...) {
         fprintf(stderr, "routvane: the resolver failed unexpectedly\n");
         a.status = ROUTVANE_FAILED;
@@ -115,7 +112,6 @@ Answer ResolveDirectly(const Options &o, const Target &target, Run run) {
         a.entries.push_back({e.kind == PROXY_ENTRY_DIRECT, e.host, e.port});
     a.autoConfigURL = resolver->autoConfigURL();
     if (o.script) a.script = resolver->autoConfigScript();
-    resolver->Release();
     a.notes = notes.lines;
     return a;
 }
@@ -194,8 +190,7 @@ std::vector<Answer> ResolveAll(const Options &o) {
         break;
     }
     case Mode::Pac: {
-        Routvane *fetcher = new Routvane;
-        fetcher->AddRef();
+        const auto fetcher = ComPtr<Routvane>::Share(new Routvane);
         std::string script;
         uint32_t fetched = ROUTVANE_FAILED;
         try {
@@ -204,7 +199,6 @@ std::vector<Answer> ResolveAll(const Options &o) {
             fprintf(stderr, "routvane: the resolver failed unexpectedly\n");
         }
         const std::string url = fetcher->autoConfigURL();
-        fetcher->Release();
         answers = fetched == ROUTVANE_FAILED ? AllFailed(o, url)
                                              : EvaluateForEach(o, script, fetched, url);
         break;

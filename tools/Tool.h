@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "routvane.h"
+#include <routvane.h>
 
 namespace tool {
 

@@ -32,6 +32,7 @@
 
 #include "Tool.h"
 #include "trace/ZelTraceManager.h"
+#include "util/ComOwners.h"
 
 namespace {
 
@@ -59,11 +60,11 @@ public:
     void finish() {
         if (path_.empty()) return;
         ZelForceTraceFile(std::string());  // closes the file
-        if (FILE *f = fopen(path_.c_str(), "rb")) {
+        if (FileOwner f{fopen(path_.c_str(), "rb")}) {
             std::string line;
             char buffer[4096];
             size_t n;
-            while ((n = fread(buffer, 1, sizeof buffer, f)) > 0) {
+            while ((n = fread(buffer, 1, sizeof buffer, f.get())) > 0) {
                 for (size_t i = 0; i < n; ++i) {
                     const char c = buffer[i];
                     if (c == '\n') {
@@ -75,7 +76,6 @@ public:
                 }
             }
             if (!line.empty()) fprintf(stderr, "%s\n", line.c_str());
-            fclose(f);
         }
         fflush(stderr);
         DeleteFileA(path_.c_str());
@@ -144,14 +144,12 @@ DWORD WINAPI RunWork(void *parameter) {
 
 // Waits for the work; false when the time ran out first.
 bool RunWithin(Work &work, unsigned seconds) {
-    HANDLE thread = CreateThread(nullptr, 0, RunWork, &work, 0, nullptr);
+    const KernelHandle thread(CreateThread(nullptr, 0, RunWork, &work, 0, nullptr));
     if (!thread) {
         RunWork(&work);
         return true;
     }
-    const bool finished = WaitForSingleObject(thread, seconds * 1000) == WAIT_OBJECT_0;
-    CloseHandle(thread);
-    return finished;
+    return WaitForSingleObject(thread.get(), seconds * 1000) == WAIT_OBJECT_0;
 }
 
 // A thread still inside a script or a download cannot be stopped from

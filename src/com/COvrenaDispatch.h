@@ -10,7 +10,7 @@
 #include <ocidl.h>
 
 #include "com/COvrenaUnknown.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 
 template <class I, const CLSID *pclsid, const IID *piid, const GUID *plibid>
 class COvrenaDispatch : public COvrenaUnknown<I, piid>, public IProvideClassInfo2 {

@@ -5,6 +5,7 @@
 
 #include "com/COvrenaUnknown.h"
 #include "com/ComGuard.h"
+#include "util/ComOwners.h"
 
 class COvrenaFactoryBase {};
 
@@ -20,10 +21,8 @@ public:
             if (!object) return E_OUTOFMEMORY;
             // The object starts at count 0: the caller's pointer is its only
             // reference, and a refused interface must not leave it alive.
-            object->AddRef();
-            const HRESULT hr = object->QueryInterface(iid, out);
-            object->Release();
-            return hr;
+            const ComPtr<T> held = ComPtr<T>::Share(object);
+            return held->QueryInterface(iid, out);
         });
     }
 

@@ -1,11 +1,6 @@
 #include "com/Module.h"
 
 #include <atomic>
-#include <new>
-
-#include "com/COvrenaFactory.h"
-#include "com/ComGuard.h"
-#include "resolver/Routvane.h"
 
 namespace {
 
@@ -15,7 +10,6 @@ std::atomic<long> g_lockCount{0};
 
 }  // namespace
 
-HINSTANCE ModuleHandle() { return g_module; }
 void SetModuleHandle(HINSTANCE instance) { g_module = instance; }
 
 long ModuleObjectCount() { return g_objectCount.load(); }
@@ -34,26 +28,4 @@ void ModuleLockServer(bool lock) {
 bool ModuleFileName(char *buffer, DWORD size) {
     const DWORD length = GetModuleFileNameA(g_module, buffer, size);
     return length != 0 && length < size;
-}
-
-STDAPI DllGetClassObject(REFCLSID clsid, REFIID iid, LPVOID *out) {
-    if (!out) return E_POINTER;
-    *out = nullptr;
-    if (!IsEqualCLSID(clsid, CLSID_Routvane)) return CLASS_E_CLASSNOTAVAILABLE;
-    return GuardedCall("DllGetClassObject", E_OUTOFMEMORY, [&] {
-        // A fresh class object for every call; a refused interface destroys
-        // it again through the final Release.
-        auto *factory = new (std::nothrow) COvrenaFactory<Routvane>();
-        if (!factory) return E_OUTOFMEMORY;
-        factory->AddRef();
-        const HRESULT hr = factory->QueryInterface(iid, out);
-        factory->Release();
-        return hr;
-    });
-}
-
-STDAPI DllCanUnloadNow() {
-    if (g_objectCount.load() != 0) return S_FALSE;
-    if (g_lockCount.load() != 0) return S_FALSE;
-    return S_OK;
 }

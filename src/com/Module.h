@@ -4,7 +4,6 @@
 
 #include <windows.h>
 
-HINSTANCE ModuleHandle();
 void SetModuleHandle(HINSTANCE instance);
 
 // Live objects of every COvrenaUnknown class, class objects included.

@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "dhcp/dhcp.h"
+#include "trace/Clock.h"
 #include "trace/tracefunc.h"
-#include "util/Platform.h"
 
 namespace {
 
@@ -120,7 +120,7 @@ bool DHCPPacket::CreateInformPacket(bool force, const std::string &destination) 
             std::memcpy(&target, entry->h_addr_list[0], 4);
     }
 
-    std::srand(static_cast<unsigned>(Platform().time(nullptr)));
+    std::srand(static_cast<unsigned>(Clock().time(nullptr)));
     op = 1;
     htype = 1;
     hops = 0;

@@ -9,29 +9,13 @@
 #include "dhcp/dhcp.h"
 #include "trace/tracefunc.h"
 
-WinsockSession::WinsockSession() {
-    static const WORD kVersions[] = {MAKEWORD(2, 2), MAKEWORD(2, 0), MAKEWORD(1, 1)};
-    for (WORD version : kVersions) {
-        WSADATA data;
-        if (WSAStartup(version, &data) == 0) {
-            started_ = true;
-            version_ = version;
-            return;
-        }
-    }
-}
-
-WinsockSession::~WinsockSession() {
-    if (started_) WSACleanup();
-}
-
 namespace {
 
 const int kMaxSends = 2;
 
 // Waits after one send until a related reply with option 252 arrives (true),
 // or the time-out, select or recvfrom ends the wait (false).
-bool AwaitReply(tracefunc &tf, const DhcpSocket &sock, const DHCPPacket &request,
+bool AwaitReply(tracefunc &tf, const SocketOwner &sock, const DHCPPacket &request,
                 unsigned timeoutSeconds, std::vector<unsigned char> &received, std::string &url,
                 uint32_t *server) {
     // Prepared once per send. The reply packet is not cleared again before
@@ -89,8 +73,8 @@ bool AwaitReply(tracefunc &tf, const DhcpSocket &sock, const DHCPPacket &request
 // Socket, request and the two sends; the socket is closed on every return.
 bool Exchange(tracefunc &tf, bool force, const std::string &destination, std::string &url,
               unsigned timeoutSeconds, uint32_t *server) {
-    DhcpSocket sock(socket(AF_INET, 0, IPPROTO_UDP));
-    if (!sock.valid()) {
+    SocketOwner sock(socket(AF_INET, 0, IPPROTO_UDP));
+    if (!sock) {
         tf << "socket failed:  " << static_cast<unsigned>(WSAGetLastError()) << endtrace;
         return false;
     }

@@ -6,54 +6,13 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
+#include "dhcp/NetworkFacts.h"
 #include "dhcp/dhcp.h"
 #include "trace/tracefunc.h"
-#include "util/Platform.h"
-
-void DhcpHeapFree::operator()(void *block) const {
-    if (block) ::HeapFree(::GetProcessHeap(), 0, block);
-}
 
 namespace {
-
-// Buffers that IP Helper and the service manager fill; one owner kind for
-// all of them.
-template <class T>
-std::unique_ptr<T, DhcpHeapFree> AllocateBuffer(size_t bytes) {
-    if (bytes == 0) bytes = 1;
-    return std::unique_ptr<T, DhcpHeapFree>(
-        static_cast<T *>(::HeapAlloc(::GetProcessHeap(), HEAP_ZERO_MEMORY, bytes)));
-}
-
-// The reference on iphlpapi.dll taken by the presence test.
-class LibraryReference {
-public:
-    explicit LibraryReference(HMODULE module) : module_(module) {}
-    ~LibraryReference() {
-        if (module_) ::FreeLibrary(module_);
-    }
-    LibraryReference(const LibraryReference &) = delete;
-    LibraryReference &operator=(const LibraryReference &) = delete;
-
-private:
-    HMODULE module_;
-};
-
-// An open handle of the service manager.
-class ServiceManagerHandle {
-public:
-    explicit ServiceManagerHandle(SC_HANDLE handle) : handle_(handle) {}
-    ~ServiceManagerHandle() {
-        if (handle_) Platform().CloseServiceHandle(handle_);
-    }
-    ServiceManagerHandle(const ServiceManagerHandle &) = delete;
-    ServiceManagerHandle &operator=(const ServiceManagerHandle &) = delete;
-    SC_HANDLE get() const { return handle_; }
-
-private:
-    SC_HANDLE handle_;
-};
 
 std::string Description(const MIB_IFROW &row) {
     size_t length = row.dwDescrLen < sizeof row.bDescr ? row.dwDescrLen : sizeof row.bDescr;
@@ -75,20 +34,33 @@ const DWORD kIfTypeFddi = 15;
 
 }  // namespace
 
+const IP_ADAPTER_INFO *MatchingAdapter(const IP_ADAPTER_INFO *adapters, const MIB_IFROW &row) {
+    for (const IP_ADAPTER_INFO *adapter = adapters; adapter; adapter = adapter->Next) {
+        if (adapter->AddressLength != row.dwPhysAddrLen) continue;
+        // Both arrays are 8 bytes; a longer claimed length cannot match
+        // beyond what either holds.
+        size_t length = adapter->AddressLength;
+        if (length > sizeof adapter->Address) length = sizeof adapter->Address;
+        if (length > sizeof row.bPhysAddr) length = sizeof row.bPhysAddr;
+        if (std::memcmp(adapter->Address, row.bPhysAddr, length) == 0) return adapter;
+    }
+    return nullptr;
+}
+
 IpAddrTablePtr MyGetIpAddrTable() {
     tracefunc tf(__LINE__, "dhcp", "MyGetIpAddrTable");
     ULONG size = 0;
-    DWORD rc = Platform().GetIpAddrTable(nullptr, &size, FALSE);
+    DWORD rc = NetworkFacts().GetIpAddrTable(nullptr, &size, FALSE);
     if (rc != ERROR_INSUFFICIENT_BUFFER) {
         tf << "GetIpAddrTable failed:  " << rc << endtrace;
-        return nullptr;
+        return IpAddrTablePtr();
     }
-    IpAddrTablePtr table = AllocateBuffer<MIB_IPADDRTABLE>(size);
-    if (!table) return nullptr;
-    rc = Platform().GetIpAddrTable(table.get(), &size, FALSE);
+    IpAddrTablePtr table = AllocateHeapBlock<MIB_IPADDRTABLE>(size);
+    if (!table) return IpAddrTablePtr();
+    rc = NetworkFacts().GetIpAddrTable(table.get(), &size, FALSE);
     if (rc != NO_ERROR) {
         tf << "GetIpAddrTable (second call) failed:  " << rc << endtrace;
-        return nullptr;
+        return IpAddrTablePtr();
     }
     return table;
 }
@@ -98,14 +70,14 @@ bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destinati
     tracefunc tf(__LINE__, "dhcp", "GetInterfaceUsingBestRoute");
     MIB_IPFORWARDROW route;
     std::memset(&route, 0, sizeof route);
-    DWORD rc = Platform().GetBestRoute(destination, 0, &route);
+    DWORD rc = NetworkFacts().GetBestRoute(destination, 0, &route);
     if (rc != NO_ERROR) {
         tf << "GetBestRoute failed:  " << rc << endtrace;
         return false;
     }
     tf << "GetBestRoute worked...using routing table to determine interface" << endtrace;
     row.dwIndex = route.dwForwardIfIndex;
-    rc = Platform().GetIfEntry(&row);
+    rc = NetworkFacts().GetIfEntry(&row);
     if (rc != NO_ERROR) {
         tf << "GetIfEntry failed:  " << rc << endtrace;
         return false;
@@ -122,71 +94,78 @@ bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destinati
     return address != 0 && address != Loopback();
 }
 
+std::vector<InterfaceFacts> CollectInterfaceFacts(const MIB_IPADDRTABLE *table) {
+    std::vector<InterfaceFacts> interfaces;
+    for (DWORD i = 0; i < table->dwNumEntries; ++i) {
+        InterfaceFacts facts;
+        std::memset(&facts.row, 0, sizeof facts.row);
+        facts.address = table->table[i].dwAddr;
+        facts.row.dwIndex = table->table[i].dwIndex;
+        if (NetworkFacts().GetIfEntry(&facts.row) == NO_ERROR) interfaces.push_back(facts);
+    }
+    return interfaces;
+}
+
+const InterfaceFacts *ChooseInterface(const std::vector<InterfaceFacts> &interfaces,
+                                      tracefunc &tf) {
+    const InterfaceFacts *chosen = nullptr;
+    for (const InterfaceFacts &candidate : interfaces) {
+        if (candidate.row.dwType == kIfTypeEthernet) {
+            tf << "Found Ethernet interface:  " << Description(candidate.row) << endtrace;
+            return &candidate;
+        }
+        // Token ring and FDDI serve until an Ethernet interface turns up.
+        if (candidate.row.dwType == kIfTypeTokenRing || candidate.row.dwType == kIfTypeFddi) {
+            tf << "Found non-Ethernet interface:  " << Description(candidate.row) << endtrace;
+            chosen = &candidate;
+        }
+    }
+    return chosen;
+}
+
 bool MyGetInterfaceUsingScan(const MIB_IPADDRTABLE *table, uint32_t &address, MIB_IFROW *row,
                              size_t rowSize) {
     tracefunc tf(__LINE__, "dhcp", "MyGetInterfaceUsingScan");
-    address = 0;
-    for (DWORD i = 0; i < table->dwNumEntries; ++i) {
-        MIB_IFROW candidate;
-        std::memset(&candidate, 0, sizeof candidate);
-        candidate.dwIndex = table->table[i].dwIndex;
-        if (Platform().GetIfEntry(&candidate) != NO_ERROR) continue;
-        if (candidate.dwType == kIfTypeEthernet) {
-            tf << "Found Ethernet interface:  " << Description(candidate) << endtrace;
-            TakeRow(candidate, row, rowSize);
-            address = table->table[i].dwAddr;
-            break;
-        }
-        // Token ring and FDDI serve until an Ethernet interface turns up.
-        if (candidate.dwType == kIfTypeTokenRing || candidate.dwType == kIfTypeFddi) {
-            tf << "Found non-Ethernet interface:  " << Description(candidate) << endtrace;
-            TakeRow(candidate, row, rowSize);
-            address = table->table[i].dwAddr;
-        }
-    }
+    const std::vector<InterfaceFacts> interfaces = CollectInterfaceFacts(table);
+    const InterfaceFacts *chosen = ChooseInterface(interfaces, tf);
+    address = chosen ? chosen->address : 0;
+    if (chosen) TakeRow(chosen->row, row, rowSize);
     return address != 0;
 }
 
 bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled) {
     tracefunc tf(__LINE__, "dhcp", "IsDHCPEnabledForInterface");
     ULONG size = 0;
-    DWORD rc = Platform().GetAdaptersInfo(nullptr, &size);
+    DWORD rc = NetworkFacts().GetAdaptersInfo(nullptr, &size);
     if (rc != ERROR_BUFFER_OVERFLOW) {
         tf << "GetAdaptersInfo failed:  " << rc << endtrace;
         return false;
     }
-    auto adapters = AllocateBuffer<IP_ADAPTER_INFO>(size);
+    auto adapters = AllocateHeapBlock<IP_ADAPTER_INFO>(size);
     if (!adapters) return false;
     const ULONG allocated = size;
-    rc = Platform().GetAdaptersInfo(adapters.get(), &size);
+    rc = NetworkFacts().GetAdaptersInfo(adapters.get(), &size);
     if (rc != NO_ERROR) {
         tf << "GetAdaptersInfo (second call) failed:  " << rc << endtrace;
         return false;
     }
     // A list too short for one entry holds no adapter to walk.
     if (allocated < sizeof(IP_ADAPTER_INFO)) return false;
-    for (const IP_ADAPTER_INFO *adapter = adapters.get(); adapter; adapter = adapter->Next) {
-        if (adapter->AddressLength != row.dwPhysAddrLen) continue;
-        // Both arrays are 8 bytes; a longer claimed length cannot match
-        // beyond what either holds.
-        size_t length = adapter->AddressLength;
-        if (length > sizeof adapter->Address) length = sizeof adapter->Address;
-        if (length > sizeof row.bPhysAddr) length = sizeof row.bPhysAddr;
-        if (std::memcmp(adapter->Address, row.bPhysAddr, length) != 0) continue;
-        enabled = adapter->DhcpEnabled != 0;
-        tf << "Found matching adapter " << (enabled ? "DHCP enabled" : "DHCP not enabled")
-           << endtrace;
-        return true;
-    }
-    return false;
+    const IP_ADAPTER_INFO *adapter = MatchingAdapter(adapters.get(), row);
+    if (!adapter) return false;
+    enabled = adapter->DhcpEnabled != 0;
+    tf << "Found matching adapter " << (enabled ? "DHCP enabled" : "DHCP not enabled")
+       << endtrace;
+    return true;
 }
 
-bool IsNT4DHCPServiceEnabled(bool &enabled) {
-    tracefunc tf(__LINE__, "dhcp", "IsNT4DHCPServiceEnabled");
+namespace {
+
+bool RunsNt40(tracefunc &tf) {
     OSVERSIONINFOA version;
     std::memset(&version, 0, sizeof version);
     version.dwOSVersionInfoSize = sizeof version;
-    if (!Platform().GetVersionExA(&version)) {
+    if (!NetworkFacts().GetVersionExA(&version)) {
         tf << "GetVersionEx failed:  " << ::GetLastError() << endtrace;
         return false;
     }
@@ -197,37 +176,42 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
            << static_cast<int>(version.dwPlatformId) << endtrace;
         return false;
     }
-    ServiceManagerHandle manager(
-        Platform().OpenSCManagerA(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
-    if (!manager.get()) {
-        tf << "OpenSCManager failed:  " << ::GetLastError() << endtrace;
-        return false;
-    }
+    return true;
+}
+
+// The Win32 services the manager lists, sized by a first call; count is
+// what the second call returned, bounded by what the buffer can hold.
+HeapBlock<ENUM_SERVICE_STATUSA> ListServices(SC_HANDLE manager, DWORD &count, tracefunc &tf) {
     DWORD needed = 0;
-    DWORD returned = 0;
     DWORD resume = 0;
-    if (!Platform().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL, nullptr,
-                                        0, &needed, &returned, &resume)) {
+    count = 0;
+    if (!NetworkFacts().EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL, nullptr, 0,
+                                            &needed, &count, &resume)) {
         const DWORD error = ::GetLastError();
         if (error != ERROR_MORE_DATA) {
             tf << "EnumServicesStatus failed:  " << error << endtrace;
-            return false;
+            return HeapBlock<ENUM_SERVICE_STATUSA>();
         }
     }
-    auto services = AllocateBuffer<ENUM_SERVICE_STATUSA>(needed);
-    if (!services) return false;
-    returned = 0;
+    auto services = AllocateHeapBlock<ENUM_SERVICE_STATUSA>(needed);
+    if (!services) return services;
+    count = 0;
     resume = 0;
-    if (!Platform().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
-                                        services.get(), needed, &needed, &returned, &resume)) {
+    if (!NetworkFacts().EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL,
+                                            services.get(), needed, &needed, &count, &resume)) {
         tf << "EnumServicesStatus failed:  " << ::GetLastError() << endtrace;
-        return false;
+        return HeapBlock<ENUM_SERVICE_STATUSA>();
     }
     // The count cannot exceed what the buffer can hold, whatever was answered.
     const DWORD capacity = needed / sizeof(ENUM_SERVICE_STATUSA);
-    if (returned > capacity) returned = capacity;
-    for (DWORD i = 0; i < returned; ++i) {
-        const ENUM_SERVICE_STATUSA &service = services.get()[i];
+    if (count > capacity) count = capacity;
+    return services;
+}
+
+bool DhcpServiceRunning(const ENUM_SERVICE_STATUSA *services, DWORD count, bool &enabled,
+                        tracefunc &tf) {
+    for (DWORD i = 0; i < count; ++i) {
+        const ENUM_SERVICE_STATUSA &service = services[i];
         if (!service.lpServiceName || _stricmp(service.lpServiceName, "DHCP") != 0) continue;
         tf << "Found DHCP Client service" << endtrace;
         const DWORD state = service.ServiceStatus.dwCurrentState;
@@ -242,48 +226,69 @@ bool IsNT4DHCPServiceEnabled(bool &enabled) {
     return false;
 }
 
+// One Netbios call on a zeroed control block.
+UCHAR Netbios(UCHAR command, UCHAR lana, void *buffer, WORD length) {
+    NCB ncb;
+    std::memset(&ncb, 0, sizeof ncb);
+    ncb.ncb_command = command;
+    ncb.ncb_lana_num = lana;
+    ncb.ncb_buffer = static_cast<PUCHAR>(buffer);
+    ncb.ncb_length = length;
+    if (command == NCBASTAT) std::memcpy(ncb.ncb_callname, "*               ", NCBNAMSZ);
+    return NetworkFacts().Netbios(&ncb);
+}
+
+// The adapter status of one LAN adapter, after a reset; its address opens
+// the ADAPTER_STATUS block.
+bool AdapterStatus(UCHAR lana, unsigned char (&status)[600], tracefunc &tf) {
+    std::memset(status, 0, sizeof status);
+    if (Netbios(NCBRESET, lana, nullptr, 0) != NRC_GOODRET ||
+        Netbios(NCBASTAT, lana, status, sizeof status) != NRC_GOODRET) {
+        tf << "Netbios function failed...continuing" << endtrace;
+        return false;
+    }
+    return true;
+}
+
+// Neither the zero address nor the dial-up adapter's names hardware.
+bool IsHardwareAddress(const unsigned char *address, tracefunc &tf) {
+    static const unsigned char kZero[6] = {0, 0, 0, 0, 0, 0};
+    static const unsigned char kDialup[6] = {'D', 'E', 'S', 'T', 0, 0};
+    if (std::memcmp(address, kZero, 6) == 0) {
+        tf << "Found zero address...continuing" << endtrace;
+        return false;
+    }
+    if (std::memcmp(address, kDialup, 6) == 0) {
+        tf << "Found dialup adapter" << endtrace;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool IsNT4DHCPServiceEnabled(bool &enabled) {
+    tracefunc tf(__LINE__, "dhcp", "IsNT4DHCPServiceEnabled");
+    if (!RunsNt40(tf)) return false;
+    ServiceManagerHandle manager(NetworkFacts().OpenSCManagerA(
+        nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
+    if (!manager) {
+        tf << "OpenSCManager failed:  " << ::GetLastError() << endtrace;
+        return false;
+    }
+    DWORD count = 0;
+    const auto services = ListServices(manager.get(), count, tf);
+    return services && DhcpServiceRunning(services.get(), count, enabled, tf);
+}
+
 bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length) {
     tracefunc tf(__LINE__, "dhcp", "QueryMacAddr");
     LANA_ENUM lanas;
     std::memset(&lanas, 0, sizeof lanas);
-    NCB ncb;
-    std::memset(&ncb, 0, sizeof ncb);
-    ncb.ncb_command = NCBENUM;
-    ncb.ncb_buffer = reinterpret_cast<PUCHAR>(&lanas);
-    ncb.ncb_length = sizeof lanas;
-    if (Platform().Netbios(&ncb) != NRC_GOODRET) return false;
-
+    if (Netbios(NCBENUM, 0, &lanas, sizeof lanas) != NRC_GOODRET) return false;
     for (unsigned i = 0; i < lanas.length && i < sizeof lanas.lana; ++i) {
-        std::memset(&ncb, 0, sizeof ncb);
-        ncb.ncb_command = NCBRESET;
-        ncb.ncb_lana_num = lanas.lana[i];
-        if (Platform().Netbios(&ncb) != NRC_GOODRET) {
-            tf << "Netbios function failed...continuing" << endtrace;
-            continue;
-        }
         unsigned char status[600];
-        std::memset(status, 0, sizeof status);
-        std::memset(&ncb, 0, sizeof ncb);
-        ncb.ncb_command = NCBASTAT;
-        ncb.ncb_lana_num = lanas.lana[i];
-        std::memcpy(ncb.ncb_callname, "*               ", NCBNAMSZ);
-        ncb.ncb_buffer = status;
-        ncb.ncb_length = sizeof status;
-        if (Platform().Netbios(&ncb) != NRC_GOODRET) {
-            tf << "Netbios function failed...continuing" << endtrace;
-            continue;
-        }
-        // The adapter address opens the ADAPTER_STATUS block.
-        static const unsigned char kZero[6] = {0, 0, 0, 0, 0, 0};
-        static const unsigned char kDialup[6] = {'D', 'E', 'S', 'T', 0, 0};
-        if (std::memcmp(status, kZero, 6) == 0) {
-            tf << "Found zero address...continuing" << endtrace;
-            continue;
-        }
-        if (std::memcmp(status, kDialup, 6) == 0) {
-            tf << "Found dialup adapter" << endtrace;
-            continue;
-        }
+        if (!AdapterStatus(lanas.lana[i], status, tf) || !IsHardwareAddress(status, tf)) continue;
         if (size < 6) {
             tf << "Not enough space for MAC address (need 6 bytes)" << endtrace;
             return false;
@@ -329,8 +334,9 @@ bool GetNetworkInfo(DHCPPacket &packet, bool force, uint32_t destination) {
     uint32_t address = 0;
     bool dhcpEnabled = false;
 
-    if (HMODULE iphlpapi = Platform().LoadLibraryA("iphlpapi.dll")) {
-        LibraryReference reference(iphlpapi);
+    if (HMODULE iphlpapi = NetworkFacts().LoadLibraryA("iphlpapi.dll")) {
+        // The reference taken by the presence test.
+        ModuleReference reference(iphlpapi);
         if (IpAddrTablePtr table = MyGetIpAddrTable()) {
             bool found = GetInterfaceUsingBestRoute(table.get(), destination, address, row);
             if (!found) found = MyGetInterfaceUsingScan(table.get(), address, &row, sizeof row);

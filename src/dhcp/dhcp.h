@@ -9,8 +9,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
+#include <vector>
+
+#include "util/Owners.h"
+
+class tracefunc;
 
 enum : uint32_t {
     DHCP_PACKET_SIZE = 548,   // 236 header bytes and the option area
@@ -66,11 +70,8 @@ bool Grab16(const unsigned char *&cursor, int &remaining, uint16_t &out);
 bool Grab32(const unsigned char *&cursor, int &remaining, uint32_t &out);
 bool GrabStr(const unsigned char *&cursor, int &remaining, int length, unsigned char *out);
 
-// The interface address table owned on the heap; released by its owner.
-struct DhcpHeapFree {
-    void operator()(void *block) const;
-};
-using IpAddrTablePtr = std::unique_ptr<MIB_IPADDRTABLE, DhcpHeapFree>;
+// The interface address table, owned on the process heap.
+using IpAddrTablePtr = HeapBlock<MIB_IPADDRTABLE>;
 
 // Fills hlen, chaddr and ciaddr of the packet for a DHCPINFORM towards
 // destination (network byte order). False when the interface is not
@@ -81,6 +82,20 @@ bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destinati
                                 uint32_t &address, MIB_IFROW &row);
 bool MyGetInterfaceUsingScan(const MIB_IPADDRTABLE *table, uint32_t &address, MIB_IFROW *row,
                              size_t rowSize);
+
+// The scan in two steps: the interfaces of the address table as GetIfEntry
+// describes them (those it does not describe left out), then the choice,
+// which asks nothing: the first Ethernet interface, else the last token
+// ring or FDDI one. Null when none is of those types.
+struct InterfaceFacts {
+    uint32_t address;  // network byte order
+    MIB_IFROW row;
+};
+std::vector<InterfaceFacts> CollectInterfaceFacts(const MIB_IPADDRTABLE *table);
+const InterfaceFacts *ChooseInterface(const std::vector<InterfaceFacts> &interfaces,
+                                      tracefunc &tf);
+// The adapter whose hardware address is the interface's, or null.
+const IP_ADAPTER_INFO *MatchingAdapter(const IP_ADAPTER_INFO *adapters, const MIB_IFROW &row);
 bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled);
 bool IsNT4DHCPServiceEnabled(bool &enabled);
 bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length);
@@ -92,41 +107,6 @@ bool GetNetworkInfoFromHostName(DHCPPacket &packet);
 // socket address (network byte order).
 bool DiscoverProxyUrlViaDHCP(bool force, std::string destination, std::string &url,
                              unsigned timeoutSeconds, uint32_t *server = nullptr);
-
-// Windows Sockets for the life of the object: 2.2, else 2.0, else 1.1;
-// WSACleanup once when one of them started.
-class WinsockSession {
-public:
-    WinsockSession();
-    ~WinsockSession();
-    WinsockSession(const WinsockSession &) = delete;
-    WinsockSession &operator=(const WinsockSession &) = delete;
-    bool started() const { return started_; }
-    WORD version() const { return version_; }
-
-private:
-    bool started_ = false;
-    WORD version_ = 0;
-};
-
-// The one owner of a socket: closed with closesocket when it goes.
-class DhcpSocket {
-public:
-    DhcpSocket() = default;
-    explicit DhcpSocket(SOCKET s) : s_(s) {}
-    ~DhcpSocket() { reset(); }
-    DhcpSocket(const DhcpSocket &) = delete;
-    DhcpSocket &operator=(const DhcpSocket &) = delete;
-    SOCKET get() const { return s_; }
-    bool valid() const { return s_ != INVALID_SOCKET; }
-    void reset(SOCKET s = INVALID_SOCKET) {
-        if (s_ != INVALID_SOCKET) closesocket(s_);
-        s_ = s;
-    }
-
-private:
-    SOCKET s_ = INVALID_SOCKET;
-};
 
 // "%02x" bytes separated by one blank.
 std::string DhcpHexDump(const unsigned char *bytes, size_t length);

@@ -43,7 +43,7 @@
 #include <cwctype>
 #include <vector>
 
-#include "util/Platform.h"
+#include "trace/Clock.h"
 
 namespace {
 
@@ -64,8 +64,8 @@ bool IsGmt(const std::wstring &text) {
 bool IsGmtVariant(const VARIANT &v) { return V_VT(&v) == VT_BSTR && IsGmt(BstrText(v)); }
 
 bool Now(bool gmt, struct tm *out) {
-    const time_t now = Platform().time(nullptr);
-    return gmt ? Platform().gmtime(now, out) : Platform().localtime(now, out);
+    const time_t now = Clock().time(nullptr);
+    return gmt ? Clock().gmtime(now, out) : Clock().localtime(now, out);
 }
 
 // Inclusive, and running round when the start lies after the end.

@@ -1,5 +1,5 @@
 // The time and date tests of the PAC helper object, answered for the
-// current time read through the clock seam (Platform().time, localtime,
+// current time read through the clock seam (Clock().time, localtime,
 // gmtime). Each takes the seven argument VARIANTs as the type library hands
 // them over: an omitted optional argument is an error variant holding
 // DISP_E_PARAMNOTFOUND.

@@ -3,28 +3,13 @@
 #include <winsock2.h>
 
 #include "com/ComGuard.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "pac/DateFunctions.h"
 #include "pac/SafeRegex.h"
 #include "trace/ZelTraceManager.h"
 #include "trace/tracefunc.h"
 
-FindProxyForURL::FindProxyForURL(EvaluationObserver *observer) : observer_(observer) {
-    // The first version the system grants counts; without any the object
-    // still serves the functions that need no sockets.
-    static const WORD kVersions[] = {MAKEWORD(2, 2), MAKEWORD(2, 0), MAKEWORD(1, 1)};
-    for (const WORD version : kVersions) {
-        WSADATA data;
-        if (WSAStartup(version, &data) == 0) {
-            socketsStarted_ = true;
-            break;
-        }
-    }
-}
-
-FindProxyForURL::~FindProxyForURL() {
-    if (socketsStarted_) WSACleanup();
-}
+FindProxyForURL::FindProxyForURL(EvaluationObserver *observer) : observer_(observer) {}
 
 void FindProxyForURL::Note(const std::string &text) const {
     if (observer_) observer_->Note(text);

@@ -7,18 +7,17 @@
 #include <windows.h>
 #include <oaidl.h>
 
-#include "FindProxyForUrl.h"
+#include "PacHelperTypeLib.h"
 #include "com/COvrenaDispatch.h"
 #include "pac/EvaluationObserver.h"
+#include "util/Owners.h"
 
 class FindProxyForURL : public COvrenaDispatch<IFindProxyForUrl, &CLSID_FindProxyForUrl,
                                                &IID_IFindProxyForUrl, &LIBID_FindProxyForUrl> {
 public:
-    // Starts Windows Sockets for the object's lifetime. The observer, when
-    // given, hears of calls a script for another runtime may not expect
-    // (see EvaluationObserver); it must outlive the object.
+    // The observer, when given, hears of calls a script for another runtime
+    // may not expect (see EvaluationObserver); it must outlive the object.
     explicit FindProxyForURL(EvaluationObserver *observer = nullptr);
-    ~FindProxyForURL() override;
 
     // A name the object does not have fails as always; the observer hears
     // of the functions other runtimes have and this one does not.
@@ -60,7 +59,7 @@ private:
     void NoteIsInNetReading(BSTR host, BSTR pattern, BSTR mask) const;
 
     EvaluationObserver *observer_ = nullptr;
-    // Whether WSAStartup succeeded, so that only a started count is
-    // stopped again.
-    bool socketsStarted_ = false;
+    // Windows Sockets for the object's lifetime; without them the object
+    // still serves the functions that need no sockets.
+    WinsockSession sockets_;
 };

@@ -13,7 +13,7 @@
 #include <string>
 
 #include "com/ComGuard.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "pac/FindProxyForURL.h"
 #include "trace/tracefunc.h"
 

@@ -38,10 +38,8 @@ STDMETHODIMP MyScriptSite::QueryService(REFGUID service, REFIID iid, void **out)
     // what it asked for as long as it likes.
     auto *manager = new (std::nothrow) HostSecurityManager();
     if (!manager) return E_OUTOFMEMORY;
-    manager->AddRef();
-    const HRESULT hr = manager->QueryInterface(iid, out);
-    manager->Release();
-    return hr;
+    const auto held = ComPtr<HostSecurityManager>::Share(manager);
+    return held->QueryInterface(iid, out);
 }
 
 STDMETHODIMP MyScriptSite::GetLCID(LCID *) { return E_NOTIMPL; }
@@ -52,23 +50,19 @@ STDMETHODIMP MyScriptSite::GetItemInfo(LPCOLESTR name, DWORD returnMask, IUnknow
     if (typeInfoOut) *typeInfoOut = nullptr;
     // The one item the host adds; the name is matched exactly, case included.
     if (!name || std::wcscmp(name, kGlobalMethods) != 0) return TYPE_E_ELEMENTNOTFOUND;
+    ComPtr<IUnknown> item;
     if (returnMask & SCRIPTINFO_IUNKNOWN) {
         if (!itemOut || !helper_) return E_POINTER;
-        helper_->AddRef();
-        *itemOut = helper_.get();
+        item = ComPtr<IUnknown>::Share(helper_.get());
     }
     if (returnMask & SCRIPTINFO_ITYPEINFO) {
         ComPtr<IProvideClassInfo> classInfo;
         if (!typeInfoOut || !helper_ ||
             FAILED(helper_->QueryInterface(IID_IProvideClassInfo, classInfo.outVoid())) ||
-            FAILED(classInfo->GetClassInfo(typeInfoOut))) {
-            if (itemOut && *itemOut) {
-                (*itemOut)->Release();
-                *itemOut = nullptr;
-            }
+            FAILED(classInfo->GetClassInfo(typeInfoOut)))
             return TYPE_E_ELEMENTNOTFOUND;
-        }
     }
+    if (item) *itemOut = item.detach();
     return S_OK;
 }
 

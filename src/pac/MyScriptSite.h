@@ -10,10 +10,10 @@
 
 #include <string>
 
-#include "FindProxyForUrl.h"
+#include "PacHelperTypeLib.h"
 #include "com/COvrenaUnknown.h"
-#include "pac/ComOwners.h"
 #include "pac/EvaluationObserver.h"
+#include "util/ComOwners.h"
 
 class MyScriptSite : public COvrenaUnknown<IActiveScriptSite, &IID_IActiveScriptSite>,
                      public IServiceProvider {

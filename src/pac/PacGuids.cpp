@@ -5,4 +5,4 @@
 
 #include <initguid.h>
 
-#include "FindProxyForUrl.h"
+#include "PacHelperTypeLib.h"

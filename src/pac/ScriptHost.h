@@ -8,7 +8,7 @@
 
 #include <string>
 
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "pac/MyScriptSite.h"
 
 class ScriptHost {

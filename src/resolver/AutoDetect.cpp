@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "dhcp/dhcp.h"
 #include "resolver/Routvane.h"
@@ -14,6 +15,40 @@
 namespace {
 
 const uint32_t kDefaultDhcpTimeoutSeconds = 2;
+
+// The machine's fully qualified name, looked up from its host name; empty
+// (and traced) when that fails or the name has no domain.
+std::string FullyQualifiedHostName(tracefunc &tf) {
+    char name[128] = {};
+    if (gethostname(name, sizeof name) != 0) {
+        tf << "gethostname failed:  " << WSAGetLastError() << endtrace;
+        return std::string();
+    }
+    name[sizeof name - 1] = 0;
+    const hostent *entry = gethostbyname(name);
+    if (!entry || !entry->h_name) {
+        tf << "gethostbyname(" << name << ") failed:  " << WSAGetLastError() << endtrace;
+        return std::string();
+    }
+    const std::string official = entry->h_name;
+    if (official.find('.') == std::string::npos) {
+        tf << official << " is not fully qualified" << endtrace;
+        return std::string();
+    }
+    return official;
+}
+
+// The well-known URLs of a fully qualified name, one label up at a time.
+// The last has two labels: a top-level domain alone is never asked for.
+std::vector<std::string> WpadUrls(const std::string &official) {
+    std::vector<std::string> urls;
+    std::string suffix = official.substr(official.find('.'));
+    while (std::count(suffix.begin(), suffix.end(), '.') >= 2) {
+        urls.push_back("http://wpad" + suffix + "/wpad.dat");
+        suffix = suffix.substr(suffix.find('.', 1));
+    }
+    return urls;
+}
 
 }  // namespace
 
@@ -46,32 +81,12 @@ uint32_t Routvane::RunAutoDetect(uint32_t options, const std::string &target, ui
     if (options & ROUTVANE_SKIP_DNS) return ROUTVANE_DIRECT;
 
     WinsockSession winsock;
-    char name[128] = {};
-    if (gethostname(name, sizeof name) != 0) {
-        tf << "gethostname failed:  " << WSAGetLastError() << endtrace;
-        return status;
-    }
-    name[sizeof name - 1] = 0;
-    const hostent *entry = gethostbyname(name);
-    if (!entry || !entry->h_name) {
-        tf << "gethostbyname(" << name << ") failed:  " << WSAGetLastError() << endtrace;
-        return status;
-    }
-    const std::string official = entry->h_name;
-    const std::string::size_type dot = official.find('.');
-    if (dot == std::string::npos) {
-        tf << official << " is not fully qualified" << endtrace;
-        return status;
-    }
-    // The last name tried has two labels: a top-level domain alone is never
-    // asked for.
-    std::string suffix = official.substr(dot);
-    while (std::count(suffix.begin(), suffix.end(), '.') >= 2) {
-        const std::string candidate = "http://wpad" + suffix + "/wpad.dat";
+    const std::string official = FullyQualifiedHostName(tf);
+    if (official.empty()) return status;
+    for (const std::string &candidate : WpadUrls(official)) {
         tf << "Trying WPAD well-known URL " << candidate << endtrace;
         status = RunAutoProxyURL(options, target, port, candidate);
         if (status == ROUTVANE_PROXY || status == ROUTVANE_DIRECT) break;
-        suffix = suffix.substr(suffix.find('.', 1));
     }
     return status;
 }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "com/Module.h"
+#include "util/Owners.h"
 
 namespace {
 
@@ -23,18 +24,6 @@ void AbandonedCountChanged(long delta) {
 }
 
 enum Phase : int { kRunning, kFinished, kAbandoned };
-
-// Owner of a kernel handle.
-struct KernelHandle {
-    HANDLE value = nullptr;
-    KernelHandle() = default;
-    explicit KernelHandle(HANDLE h) : value(h) {}
-    ~KernelHandle() {
-        if (value) CloseHandle(value);
-    }
-    KernelHandle(const KernelHandle &) = delete;
-    KernelHandle &operator=(const KernelHandle &) = delete;
-};
 
 // Everything a worker touches, shared by the caller and the worker; the last
 // of the two to let go frees it.
@@ -78,28 +67,28 @@ DWORD HandToIdleWorker(const std::shared_ptr<WorkerState> &job) {
     WorkerThread *idle = std::exchange(g_idle, nullptr);
     if (!idle) return 0;
     idle->next = job;
-    SetEvent(idle->wake.value);
+    SetEvent(idle->wake.get());
     return idle->id;
 }
 
 // The caller's impersonation token, opened for the worker; null when the
 // caller runs as the process.
-HANDLE ImpersonationToken() {
-    HANDLE token = nullptr;
-    if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE | TOKEN_QUERY, TRUE, &token))
-        return nullptr;
+KernelHandle ImpersonationToken() {
+    KernelHandle token;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE | TOKEN_QUERY, TRUE, token.out()))
+        token.reset();
     return token;
 }
 
 void RunWork(WorkerState &state) {
-    if (state.token.value && !SetThreadToken(nullptr, state.token.value)) return;
+    if (state.token && !SetThreadToken(nullptr, state.token.get())) return;
     try {
         state.work(state.progress);
     } catch (...) {
         // Nothing leaves a thread; an abandoned worker's result is dropped
         // anyway, and a finished one's is as the work left it.
     }
-    if (state.token.value) SetThreadToken(nullptr, nullptr);
+    if (state.token) SetThreadToken(nullptr, nullptr);
 }
 
 // Runs one job to its end; true when the caller still waited for it.
@@ -111,7 +100,7 @@ bool ServeJob(const std::shared_ptr<WorkerState> &state) {
     state->work = nullptr;
     ModuleLockServer(false);
     if (!waitedFor) AbandonedCountChanged(-1);
-    SetEvent(state->done.value);
+    SetEvent(state->done.get());
     return waitedFor;
 }
 
@@ -123,7 +112,7 @@ std::shared_ptr<WorkerState> NextJob(WorkerThread &self) {
         if (g_idle) return nullptr;  // one idle worker is enough
         g_idle = &self;
     }
-    WaitForSingleObject(self.wake.value, kLingerMs);
+    WaitForSingleObject(self.wake.get(), kLingerMs);
     std::lock_guard<std::mutex> lock(g_idleMutex);
     if (g_idle == &self) {
         g_idle = nullptr;
@@ -160,22 +149,26 @@ DWORD StartWorker(const std::shared_ptr<WorkerState> &job) {
         return 0;
     }
     std::unique_ptr<WorkerThread> owned(worker);
-    worker->wake.value = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    if (!worker->wake.value ||
+    worker->wake.reset(CreateEventA(nullptr, FALSE, FALSE, nullptr));
+    ModuleReference module;
+    if (!worker->wake ||
         !GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                            reinterpret_cast<LPCSTR>(&WorkerMain), &worker->module))
+                            reinterpret_cast<LPCSTR>(&WorkerMain), module.out()))
         return 0;
+    worker->module = module.get();
     worker->next = job;
     DWORD id = 0;
-    KernelHandle thread(CreateThread(nullptr, 0, WorkerMain, worker, 0, &id));
-    if (!thread.value) {
+    const KernelHandle thread(CreateThread(nullptr, 0, WorkerMain, worker, 0, &id));
+    if (!thread) {
         const DWORD error = GetLastError();
-        FreeLibrary(worker->module);
+        module.reset();
         SetLastError(error);
         return 0;
     }
-    // The thread owns it now.
+    // The thread owns both now; it gives the module reference back with
+    // FreeLibraryAndExitThread.
     owned.release();
+    module.release();
     return id;
 }
 
@@ -211,9 +204,9 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
     const DWORD start = GetTickCount();
     auto state = std::make_shared<WorkerState>(start);
     state->work = std::move(work);
-    state->token.value = ImpersonationToken();
-    state->done.value = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    if (!state->done.value) return {BoundedOutcome::NoThread, 0};
+    state->token = ImpersonationToken();
+    state->done.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    if (!state->done) return {BoundedOutcome::NoThread, 0};
 
     // The lock count that makes DllCanUnloadNow answer S_FALSE while the
     // job runs; the worker gives it back when the job ends.
@@ -242,7 +235,7 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
             if (!Abandon(*state)) {
                 // It finished at the last moment and is giving back what
                 // it holds.
-                WaitForSingleObject(state->done.value, INFINITE);
+                WaitForSingleObject(state->done.get(), INFINITE);
                 break;
             }
             try {
@@ -253,7 +246,7 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
                                                          : BoundedOutcome::TimedOut,
                     threadId};
         }
-        if (WaitForSingleObject(state->done.value, next.waitMs) == WAIT_OBJECT_0) break;
+        if (WaitForSingleObject(state->done.get(), next.waitMs) == WAIT_OBJECT_0) break;
     }
     // Finished: everything the worker wrote is visible.
     return {BoundedOutcome::Done, threadId};

@@ -12,6 +12,7 @@
 #include "resolver/Routvane.h"
 #include "trace/ZelComponent.h"
 #include "trace/tracefunc.h"
+#include "util/Owners.h"
 #include "util/Registry.h"
 
 namespace {
@@ -31,10 +32,6 @@ const char kHttpPort[] = "network.proxy.http_port";
 
 enum : int { kTypeNone = 0, kTypeManual = 1, kTypeAutoConfig = 2 };
 
-struct FileCloser {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using FileStream = std::unique_ptr<FILE, FileCloser>;
 
 // The text from the first user_pref("name" of the text on, or null. Comments
 // are not skipped: a commented-out line that comes first is the one read.
@@ -90,32 +87,64 @@ bool ReadStringPreference(const std::string &text, const char *name, std::string
     return true;
 }
 
+namespace {
+
+// The whole preferences file. Navigator may hold it open; nothing is denied
+// to it. Read as bytes, so that a stray end-of-file character does not cut
+// the preferences short.
+bool ReadPreferencesFile(const std::string &path, std::string &text, tracefunc &tf) {
+    FileOwner in(_fsopen(path.c_str(), "rb", _SH_DENYNO));
+    if (!in) {
+        tf << "Unable to open Netscape preferences file:  " << path << endtrace;
+        return false;
+    }
+    tf << "Using Netscape preferences file " << path << endtrace;
+    char chunk[kReadChunk];
+    size_t got = 0;
+    while ((got = fread(chunk, 1, sizeof chunk, in.get())) > 0) text.append(chunk, got);
+    if (ferror(in.get())) {
+        tf << "Error reading preferences file:  " << path << endtrace;
+        return false;
+    }
+    return true;
+}
+
+// The manual proxy of the preferences text. The SSL proxy is preferred for
+// every target, whatever its scheme.
+bool ManualProxy(const std::string &text, std::string &host, int &port, tracefunc &tf) {
+    if (ReadStringPreference(text, kSslProxy, host) && !host.empty()) {
+        tf << "Using SSL proxy" << endtrace;
+        if (!ReadIntegerPreference(text, kSslPort, port)) {
+            // Names the HTTP port preference although the SSL port was
+            // missing; the message is kept so deliberately.
+            tf << "Unable to find " << kHttpPort << "; using default port of " << kDefaultProxyPort
+               << endtrace;
+            port = static_cast<int>(kDefaultProxyPort);
+        }
+        return true;
+    }
+    if (!ReadStringPreference(text, kHttpProxy, host) || host.empty()) {
+        tf << "Unable to find HTTP or HTTPS proxy" << kHttpProxy << endtrace;
+        return false;
+    }
+    tf << "Using HTTP proxy" << endtrace;
+    if (!ReadIntegerPreference(text, kHttpPort, port)) {
+        tf << "Unable to find " << kHttpPort << endtrace;
+        port = static_cast<int>(kDefaultProxyPort);
+    }
+    return true;
+}
+
+}  // namespace
+
 uint32_t Routvane::GetProxyFromNetscape(uint32_t options, const std::string &target,
                                         uint32_t port) {
     ZelComponent component("Routvane");
     tracefunc tf(__LINE__, "Routvane", "GetProxyFromNetscape");
     std::string path;
-    if (!GetNetscapePrefsFilename(path)) return ROUTVANE_FAILED;
-
     std::string text;
-    {
-        // Navigator may hold the file open; nothing is denied to it. Read as
-        // bytes, so that a stray end-of-file character does not cut the
-        // preferences short.
-        FileStream in(_fsopen(path.c_str(), "rb", _SH_DENYNO));
-        if (!in) {
-            tf << "Unable to open Netscape preferences file:  " << path << endtrace;
-            return ROUTVANE_FAILED;
-        }
-        tf << "Using Netscape preferences file " << path << endtrace;
-        char chunk[kReadChunk];
-        size_t got = 0;
-        while ((got = fread(chunk, 1, sizeof chunk, in.get())) > 0) text.append(chunk, got);
-        if (ferror(in.get())) {
-            tf << "Error reading preferences file:  " << path << endtrace;
-            return ROUTVANE_FAILED;
-        }
-    }
+    if (!GetNetscapePrefsFilename(path) || !ReadPreferencesFile(path, text, tf))
+        return ROUTVANE_FAILED;
 
     int type = kTypeNone;
     if (!ReadIntegerPreference(text, kProxyType, type) || type == kTypeNone) {
@@ -139,29 +168,9 @@ uint32_t Routvane::GetProxyFromNetscape(uint32_t options, const std::string &tar
         return ROUTVANE_FAILED;
     }
 
-    // The SSL proxy is preferred for every target, whatever its scheme.
     std::string host;
     int proxyPort = 0;
-    if (ReadStringPreference(text, kSslProxy, host) && !host.empty()) {
-        tf << "Using SSL proxy" << endtrace;
-        if (!ReadIntegerPreference(text, kSslPort, proxyPort)) {
-            // Names the HTTP port preference although the SSL port was
-            // missing; the message is kept so deliberately.
-            tf << "Unable to find " << kHttpPort << "; using default port of " << kDefaultProxyPort
-               << endtrace;
-            proxyPort = static_cast<int>(kDefaultProxyPort);
-        }
-    } else {
-        if (!ReadStringPreference(text, kHttpProxy, host) || host.empty()) {
-            tf << "Unable to find HTTP or HTTPS proxy" << kHttpProxy << endtrace;
-            return ROUTVANE_FAILED;
-        }
-        tf << "Using HTTP proxy" << endtrace;
-        if (!ReadIntegerPreference(text, kHttpPort, proxyPort)) {
-            tf << "Unable to find " << kHttpPort << endtrace;
-            proxyPort = static_cast<int>(kDefaultProxyPort);
-        }
-    }
+    if (!ManualProxy(text, host, proxyPort, tf)) return ROUTVANE_FAILED;
     proxies_.push_back(ProxyEntry{PROXY_ENTRY_PROXY, host, static_cast<uint32_t>(proxyPort)});
     return ROUTVANE_PROXY;
 }

@@ -16,8 +16,9 @@
 
 #include "resolver/Routvane.h"
 #include "resolver/BoundedWorker.h"
+#include "resolver/WinInetDownload.h"
 #include "trace/tracefunc.h"
-#include "util/Platform.h"
+#include "util/Owners.h"
 
 namespace {
 
@@ -38,10 +39,10 @@ const uint32_t kDefaultDownloadTimeoutSeconds = 60;
 // URL handle's value stale, and a second close of a stale value can close
 // a handle another thread of the client has just been given. (A deliberate
 // change of the order the library had; nothing depends on the old one.)
+// Both close through the table the download started with.
 class DownloadHandles {
 public:
-    DownloadHandles(BOOL (*close)(HINTERNET), HINTERNET session)
-        : close_(close), session_(session) {}
+    explicit DownloadHandles(TabledInternetHandle session) : session_(std::move(session)) {}
     ~DownloadHandles() { CloseAll(); }
     DownloadHandles(const DownloadHandles &) = delete;
     DownloadHandles &operator=(const DownloadHandles &) = delete;
@@ -52,48 +53,42 @@ public:
     // the whole wait, and WinINet looks the value up under its own lock.
     HINTERNET session() {
         std::lock_guard<std::mutex> lock(mutex_);
-        return session_;
+        return session_.get().handle;
     }
     HINTERNET url() {
         std::lock_guard<std::mutex> lock(mutex_);
-        return url_;
+        return url_.get().handle;
     }
     // Closes the URL handle held and takes the new one; false when
     // everything was closed meanwhile, and the new one is closed at once.
-    bool ReplaceUrl(HINTERNET url) {
+    bool ReplaceUrl(TabledInternetHandle url) {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (url_) close_(url_);
-        url_ = nullptr;
-        if (closed_) {
-            if (url) close_(url);
-            return false;
-        }
-        url_ = url;
+        url_.reset();
+        if (closed_) return false;
+        url_ = std::move(url);
         return true;
     }
     void CloseAll() {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (url_) close_(url_);
-        if (session_) close_(session_);
-        url_ = session_ = nullptr;
+        url_.reset();
+        session_.reset();
         closed_ = true;
     }
 
 private:
     std::mutex mutex_;
-    BOOL (*const close_)(HINTERNET);
-    HINTERNET session_;
-    HINTERNET url_ = nullptr;
+    TabledInternetHandle session_;
+    TabledInternetHandle url_;
     bool closed_ = false;
 };
 
 // One download as its worker sees it: everything it touches is here, the
-// platform table included, so that an abandoned worker neither reaches
+// download table included, so that an abandoned worker neither reaches
 // into the caller nor sees a table swapped after it started.
 struct Download {
-    Download(const PlatformApi &platform, HINTERNET session)
-        : api(platform), handles(platform.InternetCloseHandle, session) {}
-    const PlatformApi api;
+    Download(const WinInetDownloadApi &table, TabledInternetHandle session)
+        : api(table), handles(std::move(session)) {}
+    const WinInetDownloadApi api;
     DownloadHandles handles;
     std::string url;
     uint32_t maxSize = kDefaultMaxScriptSize;
@@ -150,24 +145,6 @@ std::string TemporaryInsName() {
     return _mktemp(name) ? std::string(name) : std::string();
 }
 
-// Removes the named file when it goes, whatever path leads out.
-class TemporaryFile {
-public:
-    explicit TemporaryFile(std::string name) : name_(std::move(name)) {}
-    ~TemporaryFile() { remove(name_.c_str()); }
-    TemporaryFile(const TemporaryFile &) = delete;
-    TemporaryFile &operator=(const TemporaryFile &) = delete;
-    const char *name() const { return name_.c_str(); }
-
-private:
-    std::string name_;
-};
-
-struct FileCloser {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using FileStream = std::unique_ptr<FILE, FileCloser>;
-
 enum class InsResult { NoName, Failed, Found };
 
 // Parks the settings text in a temporary file so that the profile reader
@@ -175,10 +152,12 @@ enum class InsResult { NoName, Failed, Found };
 InsResult ScriptUrlFromIns(const std::string &text, std::string &scriptUrl) {
     const std::string name = TemporaryInsName();
     if (name.empty()) return InsResult::NoName;
+    // Removed when it goes, whatever path leads out.
     TemporaryFile parked(name);
+    const char *parkedName = parked.get().c_str();
     size_t written = 0;
     {
-        FileStream out(fopen(parked.name(), "w"));
+        FileOwner out(fopen(parkedName, "w"));
         if (!out) return InsResult::Failed;
         written = fwrite(text.data(), 1, text.size(), out.get());
     }
@@ -186,8 +165,8 @@ InsResult ScriptUrlFromIns(const std::string &text, std::string &scriptUrl) {
     // The profile reader looks for a name without a folder in the Windows
     // directory, so a name made in the current directory goes to it whole.
     char full[MAX_PATH] = {};
-    const DWORD fullLength = GetFullPathNameA(parked.name(), sizeof full, full, nullptr);
-    const char *profile = fullLength > 0 && fullLength < sizeof full ? full : parked.name();
+    const DWORD fullLength = GetFullPathNameA(parkedName, sizeof full, full, nullptr);
+    const char *profile = fullLength > 0 && fullLength < sizeof full ? full : parkedName;
     char value[1024] = {};
     const DWORD length =
         GetPrivateProfileStringA("URL", "AutoConfigJSURL", "", value, sizeof value, profile);
@@ -199,14 +178,16 @@ InsResult ScriptUrlFromIns(const std::string &text, std::string &scriptUrl) {
 // Opens a URL on the shared session for reading; false with the failure
 // line when it could not be opened or everything was closed meanwhile.
 bool OpenUrl(Download &d, WorkProgress &progress, const std::string &url, const char *failure) {
-    HINTERNET handle = d.api.InternetOpenUrlA(d.handles.session(), url.c_str(), nullptr,
-                                              static_cast<DWORD>(-1), kOpenFlags, 0);
+    TabledInternetHandle handle(TabledInternetHandle::type{
+        d.api.InternetOpenUrlA(d.handles.session(), url.c_str(), nullptr, static_cast<DWORD>(-1),
+                               kOpenFlags, 0),
+        d.api.closeInternet});
     if (!handle) {
         d.failure = FailureLine(failure, GetLastError());
         return false;
     }
     progress.Mark();
-    return d.handles.ReplaceUrl(handle);
+    return d.handles.ReplaceUrl(std::move(handle));
 }
 
 // The worker's part: the download, and the one indirection of a settings
@@ -225,7 +206,7 @@ void RunDownload(Download &d, WorkProgress &progress) {
         case InsResult::Failed:
             return;
         case InsResult::Found:
-            d.handles.ReplaceUrl(nullptr);
+            d.handles.ReplaceUrl(TabledInternetHandle());
             if (!OpenUrl(d, progress, scriptUrl, "InternetOpenUrl (2) failed:  ") ||
                 !ReadAll(d, progress, text))
                 return;
@@ -236,6 +217,34 @@ void RunDownload(Download &d, WorkProgress &progress) {
     d.status = kDownloaded;
 }
 
+// Whether the worker finished the download; else the one trace line that
+// names the bound or the refusal.
+bool Finished(const BoundedRun &run, const WaitBounds &bounds, tracefunc &tf) {
+    switch (run.outcome) {
+    case BoundedOutcome::Done:
+        return true;
+    case BoundedOutcome::Stalled:
+        tf << "Download stalled: no progress within WPADConnectTimeout (" << bounds.progressMs
+           << " ms)" << endtrace;
+        return false;
+    case BoundedOutcome::TimedOut:
+        tf << "Download timed out: WPADDownloadTimeout (" << bounds.totalMs << " ms) passed"
+           << endtrace;
+        return false;
+    case BoundedOutcome::Refused: {
+        const long running = AbandonedWorkers();
+        tf << "Download refused:  " << running << " abandoned workers still run" << endtrace;
+        return false;
+    }
+    case BoundedOutcome::NoThread: {
+        const DWORD error = GetLastError();
+        tf << "CreateThread failed:  " << error << endtrace;
+        return false;
+    }
+    }
+    return false;
+}
+
 }  // namespace
 
 uint32_t Routvane::readURL(const std::string &url, std::string &script) {
@@ -243,20 +252,22 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
     script.clear();
 
     // The PAC file itself is always fetched directly, never through a proxy.
-    HINTERNET session =
-        Platform().InternetOpenA(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0);
+    const WinInetDownloadApi api = WinInetDownload();
+    TabledInternetHandle session(TabledInternetHandle::type{
+        api.InternetOpenA(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0),
+        api.closeInternet});
     if (!session) {
         const DWORD error = GetLastError();
         tf << "InternetOpen failed:  " << error << endtrace;
         return ROUTVANE_FAILED;
     }
-    const auto download = std::make_shared<Download>(Platform(), session);
+    const auto download = std::make_shared<Download>(api, std::move(session));
 
     DWORD timeout = BoundFromSeconds(
         ReadRegistryDword("WPADConnectTimeout", kDefaultConnectTimeoutSeconds));
     tf << "Using WPAD Connect timeout: " << timeout << " ms" << endtrace;
-    Platform().InternetSetOptionA(session, INTERNET_OPTION_CONNECT_TIMEOUT, &timeout,
-                                  sizeof timeout);
+    api.InternetSetOptionA(download->handles.session(), INTERNET_OPTION_CONNECT_TIMEOUT, &timeout,
+                           sizeof timeout);
     const WaitBounds bounds{
         timeout,
         BoundFromSeconds(ReadRegistryDword("WPADDownloadTimeout", kDefaultDownloadTimeoutSeconds))};
@@ -271,28 +282,7 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
         [download](WorkProgress &progress) { RunDownload(*download, progress); }, bounds,
         [&tf](DWORD id) { tf << "Download runs on worker thread " << id << endtrace; },
         [download] { download->handles.CloseAll(); });
-    switch (run.outcome) {
-    case BoundedOutcome::Done:
-        break;
-    case BoundedOutcome::Stalled:
-        tf << "Download stalled: no progress within WPADConnectTimeout (" << bounds.progressMs
-           << " ms)" << endtrace;
-        return ROUTVANE_FAILED;
-    case BoundedOutcome::TimedOut:
-        tf << "Download timed out: WPADDownloadTimeout (" << bounds.totalMs << " ms) passed"
-           << endtrace;
-        return ROUTVANE_FAILED;
-    case BoundedOutcome::Refused: {
-        const long running = AbandonedWorkers();
-        tf << "Download refused:  " << running << " abandoned workers still run" << endtrace;
-        return ROUTVANE_FAILED;
-    }
-    case BoundedOutcome::NoThread: {
-        const DWORD error = GetLastError();
-        tf << "CreateThread failed:  " << error << endtrace;
-        return ROUTVANE_FAILED;
-    }
-    }
+    if (!Finished(run, bounds, tf)) return ROUTVANE_FAILED;
     download->handles.CloseAll();
     if (!download->failure.empty()) tf << download->failure << endtrace;
     if (download->status != kDownloaded) return ROUTVANE_FAILED;

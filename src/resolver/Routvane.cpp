@@ -3,9 +3,10 @@
 #include <cstring>
 
 #include "com/ComGuard.h"
+#include "resolver/ProcessToken.h"
 #include "trace/ZelComponent.h"
 #include "trace/tracefunc.h"
-#include "util/Platform.h"
+#include "util/Owners.h"
 #include "util/Registry.h"
 
 namespace {
@@ -116,29 +117,20 @@ bool IsLocalSystem() {
     ZelComponent component("Routvane");
     tracefunc tf(__LINE__, "Routvane", "IsLocalSystem");
     SID_IDENTIFIER_AUTHORITY nt = SECURITY_NT_AUTHORITY;
-    PSID system = nullptr;
-    if (!Platform().AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0, 0,
-                                             0, &system)) {
+    SidOwner system;
+    if (!ProcessToken().AllocateAndInitializeSid(&nt, 1, SECURITY_LOCAL_SYSTEM_RID, 0, 0, 0, 0, 0,
+                                                 0, 0, system.out())) {
         tf << "AllocateAndInitializeSid failed:  " << GetLastError() << endtrace;
         return false;
     }
-    struct SidOwner {
-        PSID sid;
-        ~SidOwner() { FreeSid(sid); }
-    } sidOwner{system};
-
-    HANDLE rawToken = nullptr;
-    if (!Platform().OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &rawToken)) {
+    KernelHandle token;
+    if (!ProcessToken().OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.out())) {
         tf << "OpenProcessToken failed:  " << GetLastError() << endtrace;
         return false;
     }
-    struct HandleOwner {
-        HANDLE handle;
-        ~HandleOwner() { CloseHandle(handle); }
-    } token{rawToken};
 
     DWORD needed = 0;
-    if (!Platform().GetTokenInformation(token.handle, TokenUser, nullptr, 0, &needed)) {
+    if (!ProcessToken().GetTokenInformation(token.get(), TokenUser, nullptr, 0, &needed)) {
         const DWORD error = GetLastError();
         if (error != ERROR_INSUFFICIENT_BUFFER) {
             tf << "GetTokenInformation (first call) failed:  " << error << endtrace;
@@ -147,12 +139,13 @@ bool IsLocalSystem() {
     }
     std::vector<BYTE> buffer(needed, 0);
     if (needed < sizeof(TOKEN_USER) ||
-        !Platform().GetTokenInformation(token.handle, TokenUser, buffer.data(), needed, &needed)) {
+        !ProcessToken().GetTokenInformation(token.get(), TokenUser, buffer.data(), needed,
+                                            &needed)) {
         tf << "GetTokenInformation (second call) failed:  " << GetLastError() << endtrace;
         return false;
     }
     const auto *user = reinterpret_cast<const TOKEN_USER *>(buffer.data());
-    return EqualSid(user->User.Sid, system) != FALSE;
+    return EqualSid(user->User.Sid, system.get()) != FALSE;
 }
 
 namespace {

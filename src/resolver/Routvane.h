@@ -6,9 +6,12 @@
 #include <string>
 #include <vector>
 
+// The client header, by the include path: a quoted "routvane.h" would find
+// this very file first where letter case does not count.
+#include <routvane.h>
+
 #include "com/COvrenaUnknown.h"
 #include "pac/EvaluationObserver.h"
-#include "routvane.h"
 
 struct ProxyEntry {
     uint32_t kind;  // 0 direct, 1 the proxy in host and port

@@ -7,8 +7,8 @@
 
 #include <cstring>
 
+#include "trace/Clock.h"
 #include "trace/ZelComponent.h"
-#include "util/Platform.h"
 #include "util/Registry.h"
 
 namespace {
@@ -100,13 +100,11 @@ ZelTraceManager::ZelTraceManager() {
     if (ReadRegistryString(HKEY_LOCAL_MACHINE, kOvrenaKey,
                            ("DebugLevel-" + ZelExecutableName()).c_str(), 260, word))
         threshold_ = LevelFromWord(word);
-    lastRead_ = Platform().time(nullptr);
+    lastRead_ = Clock().time(nullptr);
     readFileSetting();
 }
 
-ZelTraceManager::~ZelTraceManager() {
-    if (file_) fclose(file_);
-}
+ZelTraceManager::~ZelTraceManager() = default;
 
 void ZelTraceManager::readFileSetting() {
     std::string path;
@@ -121,15 +119,14 @@ void ZelTraceManager::setTraceFile(const std::string &path) {
     if (file_ && path == path_) return;
     if (file_ && !g_settingFile) {
         g_settingFile = true;
-        fclose(file_);
-        file_ = nullptr;
+        file_.reset();
         unflushed_ = false;
         path_.clear();
         g_settingFile = false;
     }
     if (path.empty()) return;
     if (FILE *file = fopen(path.c_str(), "a+")) {
-        file_ = file;
+        file_.reset(file);
         path_ = path;
         day_ = -1;
     }
@@ -139,7 +136,7 @@ bool ZelTraceManager::refresh() {
     std::string forcedPath;
     const bool forced = ForcedTracing(forcedPath);
     if (forced == forced_) {
-        const time_t now = Platform().time(nullptr);
+        const time_t now = Clock().time(nullptr);
         // While tracing is forced the forced file stays: the registry's file
         // setting is not read.
         if (!forced && difftime(now, static_cast<time_t>(lastRead_.load())) >= 60.0) {
@@ -147,7 +144,7 @@ bool ZelTraceManager::refresh() {
             lastRead_ = now;
             readFileSetting();
         }
-        return file_ != nullptr;
+        return static_cast<bool>(file_);
     }
     ZelTraceGuard guard;
     forced_ = forced;
@@ -166,7 +163,7 @@ bool ZelTraceManager::isEnabled(int level) {
 
 std::string ZelTraceManager::linePrefix(int level) {
     SYSTEMTIME now;
-    Platform().GetSystemTime(&now);
+    Clock().GetSystemTime(&now);
     char stamp[128];
     snprintf(stamp, sizeof stamp, "%4d-%02d-%02d %02d:%02d:%02d.%03d: ", now.wYear, now.wMonth,
              now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds);
@@ -182,17 +179,16 @@ std::string ZelTraceManager::linePrefix(int level) {
 void ZelTraceManager::rollOver(const struct tm &day) {
     const std::string rolled = RolledName(path_, day);
     day_ = day.tm_mday;
-    fclose(file_);
-    file_ = nullptr;
+    file_.reset();
     unflushed_ = false;
     // A failed rename (another process rolled first, or the dated file
     // exists) is not an error: the same file is reopened and appended to.
     MoveFileA(path_.c_str(), rolled.c_str());
-    file_ = fopen(path_.c_str(), "a+");
+    file_.reset(fopen(path_.c_str(), "a+"));
 }
 
 bool ZelTraceManager::localBreakdown(time_t t, struct tm &out) {
-    const auto breakDown = Platform().localtime;
+    const auto breakDown = Clock().localtime;
     if (breakDown != brokenDownBy_ || t != brokenDownTime_) {
         if (!breakDown(t, &brokenDown_)) {
             brokenDownBy_ = nullptr;
@@ -209,18 +205,18 @@ void ZelTraceManager::write(unsigned flags, const char *text) {
     ZelTraceGuard guard;
     if (!refresh()) return;
     struct tm yesterday;
-    if (localBreakdown(Platform().time(nullptr) - 86400, yesterday)) {
+    if (localBreakdown(Clock().time(nullptr) - 86400, yesterday)) {
         if (day_ == -1)
             day_ = yesterday.tm_mday;
         else if (yesterday.tm_mday != day_)
             rollOver(yesterday);
     }
     if (!file_) return;
-    if (!unflushed_) fseek(file_, 0, SEEK_END);
-    fputs(text, file_);
-    if (flags & ZEL_WRITE_NEWLINE) fputc('\n', file_);
+    if (!unflushed_) fseek(file_.get(), 0, SEEK_END);
+    fputs(text, file_.get());
+    if (flags & ZEL_WRITE_NEWLINE) fputc('\n', file_.get());
     if (flags & ZEL_WRITE_FLUSH) {
-        fflush(file_);
+        fflush(file_.get());
         unflushed_ = false;
     } else {
         unflushed_ = true;

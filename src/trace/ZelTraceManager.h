@@ -8,6 +8,8 @@
 #include <ctime>
 #include <string>
 
+#include "util/Owners.h"
+
 class ZelTraceComponentManager;
 
 enum ZelLevel : int { ZEL_DETAIL = 0, ZEL_TRACE = 1, ZEL_ERROR = 2 };
@@ -60,7 +62,7 @@ private:
     void rollOver(const struct tm &day);
     bool localBreakdown(time_t t, struct tm &out);
 
-    FILE *file_ = nullptr;
+    FileOwner file_;
     int day_ = -1;
     bool forced_ = false;
     std::string path_;

@@ -5,9 +5,9 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "trace/Clock.h"
 #include "trace/ZelComponent.h"
 #include "trace/ZelTraceManager.h"
-#include "util/Platform.h"
 #include "util/UnicodeUtilInclude.h"
 
 namespace {
@@ -31,7 +31,7 @@ tracefunc::tracefunc(unsigned line, const char *file, const char *function, uint
         level_ = ZEL_TRACE;
         if (!quiet_) writeScopeLine(false, 0);
     }
-    startTick_ = Platform().GetTickCount();
+    startTick_ = Clock().GetTickCount();
 }
 
 tracefunc::~tracefunc() {
@@ -47,7 +47,7 @@ void tracefunc::writeExitLines() {
     if (!TraceFileOpen()) return;
     // Unsigned arithmetic gives the true duration across a wrap of the
     // 32-bit tick counter.
-    const uint32_t delta = Platform().GetTickCount() - startTick_;
+    const uint32_t delta = Clock().GetTickCount() - startTick_;
     if (level_ < ZEL_TRACE) level_ = ZEL_TRACE;
     if (!quiet_) writeScopeLine(true, delta);
     if (!text_.empty()) {
@@ -139,11 +139,7 @@ tracefunc &tracefunc::operator<<(unsigned long long value) {
 }
 
 tracefunc &tracefunc::operator<<(const ZelHex &value) {
-    if (!enabled()) return *this;
-    if (value.tag == 0)
-        appendNumber("%lX", static_cast<unsigned long>(value.value));
-    else
-        appendNumber("%p", value.pointer);
+    if (enabled()) appendNumber("%lX", static_cast<unsigned long>(value.value));
     return *this;
 }
 

@@ -8,15 +8,11 @@
 #include <cstdint>
 #include <string>
 
-// A value inserted in hexadecimal: with tag 0 the 32-bit value as "%lX",
-// otherwise the pointer as "%p".
+// A 32-bit value inserted in hexadecimal ("%lX").
 struct ZelHex {
-    int tag;
     uint32_t value;
-    const void *pointer;
 };
-inline ZelHex ZelHexValue(uint32_t value) { return ZelHex{0, value, nullptr}; }
-inline ZelHex ZelHexPointer(const void *pointer) { return ZelHex{1, 0, pointer}; }
+inline ZelHex ZelHexValue(uint32_t value) { return ZelHex{value}; }
 
 class tracefunc {
 public:
@@ -46,9 +42,6 @@ public:
 
     // Ends the message: writes it as one line when the level passes.
     void end();
-
-    int currentLevel() const { return level_; }
-    const std::string &pendingText() const { return text_; }
 
     // Whether text inserted now would be kept for the file: a caller whose
     // text is costly to build asks first.

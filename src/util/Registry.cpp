@@ -19,11 +19,6 @@ LONG RegKey::create(HKEY root, const char *subkey, REGSAM access) {
     return status;
 }
 
-void RegKey::reset(HKEY key) {
-    if (key_) RegCloseKey(key_);
-    key_ = key;
-}
-
 bool ReadRegistryString(HKEY root, const char *subkey, const char *name, size_t bufferSize,
                         std::string &out) {
     out.clear();

@@ -5,35 +5,15 @@
 
 #include <string>
 
-class RegKey {
-public:
-    RegKey() = default;
-    explicit RegKey(HKEY key) : key_(key) {}
-    ~RegKey() { reset(); }
-    RegKey(const RegKey &) = delete;
-    RegKey &operator=(const RegKey &) = delete;
-    RegKey(RegKey &&other) noexcept : key_(other.release()) {}
-    RegKey &operator=(RegKey &&other) noexcept {
-        if (this != &other) reset(other.release());
-        return *this;
-    }
+#include "util/Owners.h"
 
+class RegKey : public UniqueOwner<RegKeyTraits> {
+public:
+    using UniqueOwner::UniqueOwner;
     // RegOpenKeyExA; the status of the call.
     LONG open(HKEY root, const char *subkey, REGSAM access);
     // RegCreateKeyExA with an empty class, non-volatile.
     LONG create(HKEY root, const char *subkey, REGSAM access);
-
-    HKEY get() const { return key_; }
-    explicit operator bool() const { return key_ != nullptr; }
-    HKEY release() {
-        HKEY k = key_;
-        key_ = nullptr;
-        return k;
-    }
-    void reset(HKEY key = nullptr);
-
-private:
-    HKEY key_ = nullptr;
 };
 
 // The key under HKEY_LOCAL_MACHINE that holds the library's settings.

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "routvane.h"
+#include <routvane.h>
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "TestSupport.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "resolver/Routvane.h"
 
 namespace {

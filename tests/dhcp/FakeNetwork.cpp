@@ -13,7 +13,7 @@ HMODULE FakeLoadLibraryA(const char *name) {
         ::SetLastError(ERROR_MOD_NOT_FOUND);
         return nullptr;
     }
-    return RealPlatform().LoadLibraryA(name);
+    return RealNetworkFacts().LoadLibraryA(name);
 }
 
 DWORD FakeGetIpAddrTable(MIB_IPADDRTABLE *table, ULONG *size, BOOL) {
@@ -169,7 +169,7 @@ BOOL FakeEnumServicesStatusA(SC_HANDLE manager, DWORD type, DWORD state,
     return TRUE;
 }
 
-BOOL FakeCloseServiceHandle(SC_HANDLE handle) {
+BOOL FakeCloseServiceManager(SC_HANDLE handle) {
     return handle == kManager && ++Net().closedServiceHandles;
 }
 
@@ -186,7 +186,7 @@ FakeNetwork::FakeNetwork() {
     platform_->GetVersionExA = FakeGetVersionExA;
     platform_->OpenSCManagerA = FakeOpenSCManagerA;
     platform_->EnumServicesStatusA = FakeEnumServicesStatusA;
-    platform_->CloseServiceHandle = FakeCloseServiceHandle;
+    platform_->closeServiceManager = FakeCloseServiceManager;
 }
 
 FakeNetwork::~FakeNetwork() { current = nullptr; }

@@ -1,6 +1,6 @@
 // A machine's interfaces, routes, adapters, NetBIOS adapters and services as
 // IP Helper, NetBIOS, GetVersionExA and the service manager would report
-// them, installed in the platform table for the life of a FakeNetwork.
+// them, installed in the network facts seam for the life of a FakeNetwork.
 #pragma once
 
 #include <winsock2.h>
@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "util/Platform.h"
+#include "dhcp/NetworkFacts.h"
 
 struct FakeInterface {
     DWORD index;
@@ -69,7 +69,7 @@ public:
     static FakeNetwork *current;
 
 private:
-    ScopedPlatform platform_;
+    ScopedNetworkFacts platform_;
 };
 
 std::vector<BYTE> Mac(BYTE last);

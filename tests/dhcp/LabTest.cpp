@@ -176,7 +176,7 @@ TEST_F(Lab, InformOnTheWireIsByteExact) {
 TEST_F(Lab, PortTakenMakesBindFail) {
     mode("url");
     WinsockSession winsock;
-    DhcpSocket holder(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+    SocketOwner holder(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(DHCP_CLIENT_PORT);

@@ -1,5 +1,6 @@
 // Choosing the interface, address and hardware address of the DHCPINFORM,
-// on machines described through the platform table.
+// on machines described through the network facts seam, and the choice
+// itself on plain facts.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,6 +10,7 @@
 #include "FakeNetwork.h"
 #include "TestSupport.h"
 #include "dhcp/dhcp.h"
+#include "trace/tracefunc.h"
 
 namespace {
 
@@ -106,43 +108,42 @@ TEST_F(NetworkInfoTest, RoutesThroughLoopbackOrFailingLetTheScanDecide) {
     }
 }
 
-TEST(InterfaceScan, ChoosesByInterfaceType) {
+InterfaceFacts Interface(DWORD type, const char *address, const char *description) {
+    InterfaceFacts facts{inet_addr(address), MIB_IFROW{}};
+    facts.row.dwType = type;
+    facts.row.dwDescrLen = static_cast<DWORD>(std::strlen(description) + 1);
+    std::memcpy(facts.row.bDescr, description, facts.row.dwDescrLen);
+    return facts;
+}
+
+TEST(InterfaceChoice, FirstEthernetElseLastTokenRingOrFddi) {
     struct Case {
-        std::vector<FakeInterface> interfaces;
-        DWORD ifEntryError;
-        const char *address;  // "" for none found
+        std::vector<InterfaceFacts> interfaces;
+        const char *address;  // "" for none chosen
         std::vector<std::string> said;
     };
     const Case cases[] = {
-        {{{5, 6, "10.1.0.5", Mac(5), "eth five"}, {2, 6, "10.2.0.2", Mac(2), "eth two"}},
-         NO_ERROR, "10.1.0.5", {"Found Ethernet interface:  eth five"}},
-        {{{1, 9, "10.1.0.1", Mac(1), "ring"}, {2, 6, "10.2.0.2", Mac(2), "eth"}},
-         NO_ERROR, "10.2.0.2", {"Found non-Ethernet interface:  ring", "Found Ethernet interface:  eth"}},
-        {{{1, 9, "10.1.0.1", Mac(1), "ring"}, {3, 15, "10.3.0.3", Mac(3), "fddi"}},
-         NO_ERROR, "10.3.0.3", {"Found non-Ethernet interface:  ring", "Found non-Ethernet interface:  fddi"}},
-        {{{1, 24, "127.0.0.1", {}, "lo"}, {7, 23, "10.7.0.7", {}, "ppp"}, {8, 28, "10.8.0.8", {}, "slip"}},
-         NO_ERROR, "", {}},
-        {{}, NO_ERROR, "", {}},
-        {{{1, 6, "10.1.0.1", Mac(1), "eth"}}, ERROR_NOT_SUPPORTED, "", {}},
+        {{Interface(6, "10.1.0.5", "eth five"), Interface(6, "10.2.0.2", "eth two")}, "10.1.0.5",
+         {"Found Ethernet interface:  eth five"}},
+        {{Interface(9, "10.1.0.1", "ring"), Interface(6, "10.2.0.2", "eth")}, "10.2.0.2",
+         {"Found non-Ethernet interface:  ring", "Found Ethernet interface:  eth"}},
+        {{Interface(9, "10.1.0.1", "ring"), Interface(15, "10.3.0.3", "fddi")}, "10.3.0.3",
+         {"Found non-Ethernet interface:  ring", "Found non-Ethernet interface:  fddi"}},
+        {{Interface(24, "127.0.0.1", "lo"), Interface(23, "10.7.0.7", "ppp"),
+          Interface(28, "10.8.0.8", "slip")}, "", {}},
+        {{}, "", {}},
     };
     for (const Case &c : cases) {
         TempDir dir;
         ScopedTrace trace(dir.file("t.log"));
-        FakeNetwork net;
-        net.interfaces = c.interfaces;
-        net.ifEntryError = c.ifEntryError;
-        IpAddrTablePtr table = MyGetIpAddrTable();
-        ASSERT_TRUE(table);
-        uint32_t address = 0xFFFFFFFF;
-        MIB_IFROW row{};
-        EXPECT_EQ(*c.address != 0, MyGetInterfaceUsingScan(table.get(), address, &row, sizeof row));
-        EXPECT_EQ(*c.address ? inet_addr(c.address) : 0u, address) << c.address;
-        std::vector<std::string> said;
-        for (const std::string &text : Said(trace, ""))
-            if (text.compare(0, 6, "Found ") == 0) said.push_back(text);
-        EXPECT_EQ(c.said, said);
-        for (const FakeInterface &i : c.interfaces)
-            EXPECT_TRUE(i.address != c.address || i.index == row.dwIndex) << c.address;
+        const InterfaceFacts *chosen = nullptr;
+        {
+            tracefunc tf(__LINE__, "dhcp", "MyGetInterfaceUsingScan");
+            chosen = ChooseInterface(c.interfaces, tf);
+        }
+        EXPECT_EQ(*c.address ? inet_addr(c.address) : 0u, chosen ? chosen->address : 0u)
+            << c.address;
+        EXPECT_EQ(c.said, Said(trace, "MyGetInterfaceUsingScan")) << c.address;
     }
 }
 
@@ -171,6 +172,11 @@ TEST_F(NetworkInfoTest, IpHelperFailures) {
     }
     EXPECT_EQ(1u, count("GetAdaptersInfo failed:  232"));
     EXPECT_EQ(1u, count("GetAdaptersInfo (second call) failed:  13"));
+    // The scan leaves out an interface GetIfEntry does not describe.
+    net.ipAddrTableFirstAnswer = ERROR_INSUFFICIENT_BUFFER;
+    net.ipAddrTableSecondAnswer = NO_ERROR;
+    net.ifEntryError = ERROR_NOT_SUPPORTED;
+    EXPECT_TRUE(CollectInterfaceFacts(MyGetIpAddrTable().get()).empty());
 }
 
 TEST_F(NetworkInfoTest, AdapterMatchesByWholeHardwareAddress) {

@@ -238,9 +238,9 @@ protected:
     void SetUp() override {
         net.AddEthernet(7, "192.168.5.20", {0x00, 0x16, 0x3e, 0x01, 0x02, 0x03});
         net.bestRouteInterface = 7;
-        FakeClock::Install(platform, 1000000000);
+        FakeClock::Install(clock, 1000000000);
     }
-    ScopedPlatform platform;
+    ScopedClock clock;
     FakeNetwork net;
     TempDir dir;
     ScopedTrace trace{dir.file("t.log")};

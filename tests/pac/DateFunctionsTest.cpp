@@ -25,11 +25,11 @@ void Check(const Row *rows, size_t count) {
 class YearEnd : public testing::Test {
 protected:
     void SetUp() override {
-        FakeClock::Install(platform_, UtcTime(2023, 12, 31, 23, 30, 45));
+        FakeClock::Install(clock_, UtcTime(2023, 12, 31, 23, 30, 45));
         FakeClock::localOffsetSeconds = 2 * 3600;
     }
     void TearDown() override { FakeClock::localOffsetSeconds = 0; }
-    ScopedPlatform platform_;
+    ScopedClock clock_;
 };
 
 TEST_F(YearEnd, EveryArgumentCountAndForm) {
@@ -134,8 +134,8 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
 
 // Mid-month, local time equal to UTC: Monday 2024-07-15 12:00:00.
 TEST(MidYear, RangeEdges) {
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2024, 7, 15, 12, 0, 0));
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2024, 7, 15, 12, 0, 0));
     const Row rows[] = {
         {"dateRange(15, 'JUL', 15, 'JUL')", true}, {"dateRange(16, 'JUL', 14, 'JUL')", false},
         {"dateRange(16, 'JUL', 15, 'JUL')", true}, {"dateRange(31, 'JAN', 1, 'JUL')", false},

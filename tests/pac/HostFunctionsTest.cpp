@@ -10,7 +10,7 @@
 
 #include "PacTestSupport.h"
 #include "TestSupport.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "pac/FindProxyForURL.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // WinINet settings and process tokens as a test arranges them, answered
-// through the platform seam.
+// through their seams.
 #pragma once
 
 #include <windows.h>
@@ -8,36 +8,68 @@
 #include <string>
 
 #include "TestSupport.h"
+#include "resolver/ProcessToken.h"
+#include "resolver/WinInetSettings.h"
 
+// WinINet answering each settings query from fixed content, or failing the
+// one query named by failing.
 struct FakeWinInet {
-    // INTERNET_OPTION_VERSION
-    bool versionOk = true;
+    bool present = true;  // LoadLibraryA("wininet.dll")
     DWORD major = 1, minor = 2;
-    // INTERNET_OPTION_PROXY (legacy)
-    bool legacyOk = true;
-    DWORD accessType = INTERNET_OPEN_TYPE_DIRECT;
-    const char *legacyProxy = nullptr;
-    const char *legacyBypass = nullptr;
-    // INTERNET_OPTION_PER_CONNECTION_OPTION
-    bool perConnectionOk = true;
+    DWORD failing = 0;  // INTERNET_OPTION_VERSION, _PROXY or _PER_CONNECTION_OPTION
+    // The legacy answer: proxy access through legacyProxy, no bypass list.
+    const char *legacyProxy = "p:3128";
+    // The per-connection answer: flags, a proxy server, a bypass list and an
+    // auto-config URL, each copied into a block of its own.
     DWORD flags = PROXY_TYPE_DIRECT;
-    const char *autoConfigUrl = nullptr;
-    const char *bypass = nullptr;
     const char *proxyServer = nullptr;
-    DWORD error = ERROR_INTERNET_INVALID_OPTION;
-    // LoadLibraryA("wininet.dll")
-    bool present = true;
+    const char *bypass = nullptr;
+    const char *autoConfigUrl = nullptr;
     int perConnectionQueries = 0;
 
     static FakeWinInet *current;
 
-    void Install(ScopedPlatform &platform) {
+    void Install(ScopedWinInetSettings &platform) {
         current = this;
         platform->InternetQueryOptionA = &Query;
-        platform->LoadLibraryA = [](const char *name) -> HMODULE {
-            if (_stricmp(name, "wininet.dll") == 0 && !current->present) return nullptr;
-            return RealPlatform().LoadLibraryA(name);
+        platform->LoadLibraryA = [](const char *name) {
+            return current->present ? RealWinInetSettings().LoadLibraryA(name) : nullptr;
         };
+    }
+
+    static BOOL WINAPI Query(HINTERNET, DWORD option, void *buffer, DWORD *length) {
+        FakeWinInet &f = *current;
+        f.perConnectionQueries += option == INTERNET_OPTION_PER_CONNECTION_OPTION;
+        SetLastError(ERROR_INTERNET_INVALID_OPTION);
+        if (option == f.failing) return FALSE;
+        if (option == INTERNET_OPTION_VERSION) {
+            *static_cast<INTERNET_VERSION_INFO *>(buffer) = {f.major, f.minor};
+            return TRUE;
+        }
+        if (option == INTERNET_OPTION_PROXY) {
+            // As WinINet does: the string is copied behind the structure.
+            auto *info = static_cast<INTERNET_PROXY_INFO *>(buffer);
+            char *text = reinterpret_cast<char *>(info + 1);
+            if (sizeof *info + strlen(f.legacyProxy) + 1 > *length) {
+                SetLastError(ERROR_INSUFFICIENT_BUFFER);
+                return FALSE;
+            }
+            strcpy(text, f.legacyProxy);
+            *info = {INTERNET_OPEN_TYPE_PROXY, reinterpret_cast<LPCTSTR>(text), nullptr};
+            return TRUE;
+        }
+        auto *list = static_cast<INTERNET_PER_CONN_OPTION_LISTA *>(buffer);
+        for (DWORD i = 0; i < list->dwOptionCount; ++i) {
+            INTERNET_PER_CONN_OPTIONA &o = list->pOptions[i];
+            o.Value.pszValue = nullptr;
+            switch (o.dwOption) {
+            case INTERNET_PER_CONN_FLAGS: o.Value.dwValue = f.flags; break;
+            case INTERNET_PER_CONN_PROXY_SERVER: o.Value.pszValue = Copy(f.proxyServer); break;
+            case INTERNET_PER_CONN_PROXY_BYPASS: o.Value.pszValue = Copy(f.bypass); break;
+            case INTERNET_PER_CONN_AUTOCONFIG_URL: o.Value.pszValue = Copy(f.autoConfigUrl); break;
+            }
+        }
+        return TRUE;
     }
 
     static char *Copy(const char *text) {
@@ -45,61 +77,6 @@ struct FakeWinInet {
         char *copy = static_cast<char *>(GlobalAlloc(GMEM_FIXED, strlen(text) + 1));
         strcpy(copy, text);
         return copy;
-    }
-
-    static BOOL WINAPI Query(HINTERNET, DWORD option, void *buffer, DWORD *length) {
-        FakeWinInet &f = *current;
-        switch (option) {
-        case INTERNET_OPTION_VERSION: {
-            if (!f.versionOk || *length < sizeof(INTERNET_VERSION_INFO)) break;
-            auto *v = static_cast<INTERNET_VERSION_INFO *>(buffer);
-            v->dwMajorVersion = f.major;
-            v->dwMinorVersion = f.minor;
-            return TRUE;
-        }
-        case INTERNET_OPTION_PROXY: {
-            if (!f.legacyOk) break;
-            // As WinINet does: the strings are copied behind the structure.
-            auto *info = static_cast<INTERNET_PROXY_INFO *>(buffer);
-            char *tail = static_cast<char *>(buffer) + sizeof *info;
-            char *end = static_cast<char *>(buffer) + *length;
-            info->dwAccessType = f.accessType;
-            info->lpszProxy = nullptr;
-            info->lpszProxyBypass = nullptr;
-            for (auto [text, slot] : {std::make_pair(f.legacyProxy, &info->lpszProxy),
-                                      std::make_pair(f.legacyBypass, &info->lpszProxyBypass)}) {
-                if (!text) continue;
-                const size_t n = strlen(text) + 1;
-                if (tail + n > end) {
-                    SetLastError(ERROR_INSUFFICIENT_BUFFER);
-                    return FALSE;
-                }
-                memcpy(tail, text, n);
-                *slot = reinterpret_cast<LPCTSTR>(tail);
-                tail += n;
-            }
-            return TRUE;
-        }
-        case INTERNET_OPTION_PER_CONNECTION_OPTION: {
-            ++f.perConnectionQueries;
-            if (!f.perConnectionOk) break;
-            auto *list = static_cast<INTERNET_PER_CONN_OPTION_LISTA *>(buffer);
-            if (*length != sizeof *list || list->dwSize != sizeof *list) break;
-            for (DWORD i = 0; i < list->dwOptionCount; ++i) {
-                INTERNET_PER_CONN_OPTIONA &o = list->pOptions[i];
-                switch (o.dwOption) {
-                case INTERNET_PER_CONN_FLAGS: o.Value.dwValue = f.flags; break;
-                case INTERNET_PER_CONN_AUTODISCOVERY_FLAGS: o.Value.dwValue = 0; break;
-                case INTERNET_PER_CONN_AUTOCONFIG_URL: o.Value.pszValue = Copy(f.autoConfigUrl); break;
-                case INTERNET_PER_CONN_PROXY_BYPASS: o.Value.pszValue = Copy(f.bypass); break;
-                case INTERNET_PER_CONN_PROXY_SERVER: o.Value.pszValue = Copy(f.proxyServer); break;
-                }
-            }
-            return TRUE;
-        }
-        }
-        SetLastError(f.error);
-        return FALSE;
     }
 };
 
@@ -113,7 +90,7 @@ struct FakeToken {
 
     static FakeToken *current;
 
-    void Install(ScopedPlatform &platform) {
+    void Install(ScopedProcessToken &platform) {
         current = this;
         platform->AllocateAndInitializeSid = [](PSID_IDENTIFIER_AUTHORITY a, BYTE n, DWORD s0,
                                                 DWORD s1, DWORD s2, DWORD s3, DWORD s4, DWORD s5,

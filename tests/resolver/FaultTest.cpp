@@ -109,8 +109,8 @@ struct Outcome {
 class FaultTest : public testing::Test {
 protected:
     void SetUp() override {
-        wininet_.Install(platform_);
-        token_.Install(platform_);
+        wininet_.Install(settings_);
+        token_.Install(tokenSeam_);
     }
     // One resolve on a fresh object with the n-th allocation failing.
     Outcome Resolve(long failAt) {
@@ -145,7 +145,8 @@ protected:
         EXPECT_GT(unusual, 0) << what;
         return whole.allocations;
     }
-    ScopedPlatform platform_;
+    ScopedWinInetSettings settings_;
+    ScopedProcessToken tokenSeam_;
     FakeWinInet wininet_;
     FakeToken token_;
     ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};

@@ -2,7 +2,7 @@
 // preference lines read from it, and the proxy it yields, down to a PAC
 // script on a server on 127.0.0.1 and up through the COM interface.
 #include "PacFixtures.h"
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 #include "resolver/NetscapePrefs.h"
 
 namespace {
@@ -207,7 +207,7 @@ TEST_F(NetscapeTest, ThroughComTheScriptAnswersOrTheWinInetPathTakesOver) {
     registry_.push_back(ScopedRegistryValue::String(
         "", "\"C:\\Program Files\\Netscape\\Communicator\\Program\\NETSCAPE.EXE\" -h \"%1\"",
         HKEY_CLASSES_ROOT, std::string(kDocumentClass) + "\\shell\\open\\command"));
-    platform_->InternetQueryOptionA = [](HINTERNET, DWORD, void *, DWORD *) {
+    settings_->InternetQueryOptionA = [](HINTERNET, DWORD, void *, DWORD *) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return FALSE;
     };

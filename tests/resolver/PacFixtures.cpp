@@ -34,35 +34,35 @@ PacTest::PacTest() {
     WinInetLog::open = 0;
     WinInetLog::calls.clear();
     // Wine's real WinINet behind a layer that notes every call.
-    platform_->InternetOpenA = [](const char *agent, DWORD access, const char *proxy,
+    download_->InternetOpenA = [](const char *agent, DWORD access, const char *proxy,
                                   const char *bypass, DWORD flags) {
         WinInetLog::calls.push_back("open " + std::string(agent) + " " + std::to_string(access));
-        session = RealPlatform().InternetOpenA(agent, access, proxy, bypass, flags);
+        session = RealWinInetDownload().InternetOpenA(agent, access, proxy, bypass, flags);
         WinInetLog::open += session != nullptr;
         return session;
     };
-    platform_->InternetSetOptionA = [](HINTERNET h, DWORD option, void *buffer, DWORD length) {
+    download_->InternetSetOptionA = [](HINTERNET h, DWORD option, void *buffer, DWORD length) {
         DWORD value = 0;
         if (buffer && length >= sizeof value) memcpy(&value, buffer, sizeof value);
         WinInetLog::calls.push_back("option " + std::to_string(option) + " " +
                                     std::to_string(length) + " " + std::to_string(value) +
                                     (h == session ? "" : " elsewhere"));
-        return RealPlatform().InternetSetOptionA(h, option, buffer, length);
+        return RealWinInetDownload().InternetSetOptionA(h, option, buffer, length);
     };
-    platform_->InternetOpenUrlA = [](HINTERNET s, const char *url, const char *headers,
+    download_->InternetOpenUrlA = [](HINTERNET s, const char *url, const char *headers,
                                      DWORD headersLength, DWORD flags, DWORD_PTR context) {
         char line[64];
         snprintf(line, sizeof line, "url %08lx %ld", flags, static_cast<long>(headersLength));
         WinInetLog::calls.push_back(line);
         HINTERNET h =
-            RealPlatform().InternetOpenUrlA(s, url, headers, headersLength, flags, context);
+            RealWinInetDownload().InternetOpenUrlA(s, url, headers, headersLength, flags, context);
         WinInetLog::open += h != nullptr;
         return h;
     };
-    platform_->InternetCloseHandle = [](HINTERNET h) {
+    download_->closeInternet = [](HINTERNET h) {
         --WinInetLog::open;
         WinInetLog::calls.push_back(h == session ? "close session" : "close");
-        return RealPlatform().InternetCloseHandle(h);
+        return RealWinInetDownload().closeInternet(h);
     };
     StartTrace();
 }

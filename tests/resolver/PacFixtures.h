@@ -17,6 +17,8 @@
 #include "LoopbackHttpServer.h"
 #include "TestSupport.h"
 #include "resolver/Routvane.h"
+#include "resolver/WinInetDownload.h"
+#include "resolver/WinInetSettings.h"
 
 // Sets (or with unset, removes) an environment variable for the C library
 // and the process alike, and puts back what was there when it goes.
@@ -61,7 +63,7 @@ inline std::string Returning(const std::string &expression) {
 // The names in a folder, "." and ".." left out.
 std::vector<std::string> DirectoryEntries(const std::string &path);
 
-// The WinINet calls made through the platform seam, one line each, such as
+// The WinINet calls made through the download seam, one line each, such as
 // "open OvrenaTessel 1", "option 2 4 5000", "url 84000200 -1", "close session".
 struct WinInetLog {
     static int open;  // handles given and not yet closed
@@ -86,7 +88,8 @@ protected:
         }
     } com_;
     LoopbackHttpServer server_;
-    ScopedPlatform platform_;
+    ScopedWinInetDownload download_;
+    ScopedWinInetSettings settings_;
     TempDir files_;  // the trace files and the test's own other files
     TempDir temp_;
     ScopedEnvironment tempVariable_{"TEMP", temp_.path()}, tmpVariable_{"TMP", temp_.path()};

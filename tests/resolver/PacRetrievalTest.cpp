@@ -91,7 +91,7 @@ TEST_F(PacRetrievalTest, ConnectTimeoutAgentAndFlagsHandedToWinInet) {
 }
 
 TEST_F(PacRetrievalTest, AFailedSessionOpenRecordsNothing) {
-    platform_->InternetOpenA = [](const char *, DWORD, const char *, const char *, DWORD) {
+    download_->InternetOpenA = [](const char *, DWORD, const char *, const char *, DWORD) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return static_cast<HINTERNET>(nullptr);
     };
@@ -109,8 +109,8 @@ TEST_F(PacRetrievalTest, AFailingReadEndsTheTextWhereItFailed) {
     calls = 0;
     // The second read fails without a byte count; the loop must not take
     // the count of the first read for it.
-    platform_->InternetReadFile = [](HINTERNET h, void *buffer, DWORD size, DWORD *read) {
-        if (++calls == 1) return RealPlatform().InternetReadFile(h, buffer, size, read);
+    download_->InternetReadFile = [](HINTERNET h, void *buffer, DWORD size, DWORD *read) {
+        if (++calls == 1) return RealWinInetDownload().InternetReadFile(h, buffer, size, read);
         SetLastError(ERROR_INTERNET_CONNECTION_RESET);
         if (calls > 100) *read = 0;  // keeps a faulty loop bounded
         return FALSE;

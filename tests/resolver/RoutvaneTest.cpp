@@ -20,12 +20,13 @@ struct Resolver {
 class RoutvaneTest : public testing::Test {
 protected:
     void SetUp() override {
-        wininet_.Install(platform_);
-        token_.Install(platform_);
+        wininet_.Install(settings_);
+        token_.Install(tokenSeam_);
         wininet_.flags = PROXY_TYPE_PROXY;
         wininet_.proxyServer = "proxyhost:8080";
     }
-    ScopedPlatform platform_;
+    ScopedWinInetSettings settings_;
+    ScopedProcessToken tokenSeam_;
     FakeWinInet wininet_;
     FakeToken token_;
     ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
@@ -65,10 +66,8 @@ TEST_F(RoutvaneTest, TokenFailuresCountAsNotLocalSystem) {
 }
 
 TEST_F(RoutvaneTest, TheRealTokenOfThisProcessIsNotLocalSystem) {
-    ScopedPlatform real;
-    real->AllocateAndInitializeSid = RealPlatform().AllocateAndInitializeSid;
-    real->OpenProcessToken = RealPlatform().OpenProcessToken;
-    real->GetTokenInformation = RealPlatform().GetTokenInformation;
+    ScopedProcessToken real;
+    ProcessToken() = RealProcessToken();
     EXPECT_FALSE(IsLocalSystem());
 }
 

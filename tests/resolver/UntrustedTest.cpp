@@ -127,7 +127,7 @@ bool ThreadRuns(DWORD id, DWORD ms = 0) {
 class UntrustedTest : public testing::Test {
 protected:
     void SetUp() override {
-        wininet_.Install(platform_);
+        wininet_.Install(settings_);
         wininet_.flags = PROXY_TYPE_AUTO_PROXY_URL;
     }
     struct Resolve {
@@ -165,7 +165,7 @@ protected:
             if (SUCCEEDED(hr)) CoUninitialize();
         }
     } com_;
-    ScopedPlatform platform_;
+    ScopedWinInetSettings settings_;
     FakeWinInet wininet_;
     ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
     TempDir dir_;

@@ -4,180 +4,203 @@
 #include "PacFixtures.h"
 #include "TestSupport.h"
 #include "resolver/Routvane.h"
+#include "resolver/WinInetSettings.h"
+#include "trace/tracefunc.h"
 
 namespace {
 
-// Options that keep automatic discovery off the network: no DHCP, no DNS.
-const uint32_t kNoDiscoveryTraffic = ROUTVANE_SKIP_DHCP | ROUTVANE_SKIP_DNS;
-// A PAC URL whose download fails at once: nothing listens there.
-const char kDeadPacUrl[] = "http://127.0.0.1:9/proxy.pac";
+const DWORD kDirectFlag = PROXY_TYPE_DIRECT, kProxy = PROXY_TYPE_PROXY,
+            kUrl = PROXY_TYPE_AUTO_PROXY_URL, kDetect = PROXY_TYPE_AUTO_DETECT;
 
+std::optional<std::string> Opt(const char *text) {
+    return text ? std::optional<std::string>(text) : std::nullopt;
+}
 
-struct SettingsCase {
+// The LAN settings of WinINet 1.2.
+WinInetSnapshot PerConnection(DWORD flags, const char *proxy, const char *bypass = nullptr,
+                              const char *url = nullptr) {
+    WinInetSnapshot s;
+    s.versionKnown = true;
+    s.major = 1;
+    s.minor = 2;
+    s.answered = true;
+    s.flags = flags;
+    s.proxyServer = Opt(proxy);
+    s.bypass = Opt(bypass);
+    s.autoConfigUrl = Opt(url);
+    return s;
+}
+
+// The INTERNET_OPTION_PROXY answer of WinINet 1.1.
+WinInetSnapshot Legacy(DWORD accessType, const char *proxy = nullptr,
+                       const char *bypass = nullptr) {
+    WinInetSnapshot s = PerConnection(0, nullptr);
+    s.minor = 1;
+    s.legacy = true;
+    s.accessType = accessType;
+    s.legacyProxy = Opt(proxy);
+    s.legacyBypass = Opt(bypass);
+    return s;
+}
+
+WinInetSnapshot Unanswered(WinInetSnapshot s) {
+    s.answered = false;
+    s.error = ERROR_INTERNET_INVALID_OPTION;
+    return s;
+}
+
+struct DecisionCase {
     const char *name;
-    // WinINet as arranged
-    DWORD major, minor;
-    DWORD flags;
-    const char *proxy, *bypass, *url;
-    DWORD accessType;
-    const char *legacyProxy, *legacyBypass;
-    // the request
+    WinInetSnapshot settings;
     const char *target;
     uint32_t port;
-    uint32_t options;
-    // the answer
+    uint32_t urlAnswer, detectAnswer;  // what the network sources answer
     uint32_t status;
     std::vector<Entry> entries;
+    std::vector<std::string> calls;    // network sources asked, in order
     std::vector<std::string> present;  // trace texts that must appear
     std::vector<std::string> absent;   // and must not
 };
 
-class SettingsTest : public testing::TestWithParam<SettingsCase> {};
+class DecisionTest : public testing::TestWithParam<DecisionCase> {};
 
-TEST_P(SettingsTest, WalksTheSourcesInTheirFixedOrder) {
-    const SettingsCase &c = GetParam();
-    ScopedPlatform platform;
-    FakeWinInet wininet;
-    wininet.Install(platform);
-    wininet.major = c.major;
-    wininet.minor = c.minor;
-    wininet.flags = c.flags;
-    wininet.proxyServer = c.proxy;
-    wininet.bypass = c.bypass;
-    wininet.autoConfigUrl = c.url;
-    wininet.accessType = c.accessType;
-    wininet.legacyProxy = c.legacyProxy;
-    wininet.legacyBypass = c.legacyBypass;
+TEST_P(DecisionTest, WalksTheSourcesInTheirFixedOrder) {
+    const DecisionCase &c = GetParam();
     TempDir dir;
     ScopedTrace trace(dir.file("t.txt"));
-    Routvane *r = new Routvane();
-    r->AddRef();
-    EXPECT_EQ(r->GetProxyFromIE(c.options, c.target, c.port), c.status);
-    EXPECT_EQ(Entries(*r), c.entries);
+    std::vector<std::string> calls;
+    const WinInetFallbacks fallbacks{
+        [&](const std::string &url) { return calls.push_back("url " + url), c.urlAnswer; },
+        [&] { return calls.push_back("detect"), c.detectAnswer; }};
+    Routvane r;
+    {
+        tracefunc tf(__LINE__, "Routvane", "GetProxyFromIE");
+        EXPECT_EQ(DecideFromWinInetSettings(c.settings, c.target, c.port, r, fallbacks, tf),
+                  c.status);
+    }
+    EXPECT_EQ(Entries(r), c.entries);
+    EXPECT_EQ(calls, c.calls);
     for (const std::string &text : c.present) EXPECT_FALSE(trace.linesWith(text).empty()) << text;
     for (const std::string &text : c.absent) EXPECT_TRUE(trace.linesWith(text).empty()) << text;
-    r->Release();
 }
 
-const DWORD kDirect = PROXY_TYPE_DIRECT, kProxy = PROXY_TYPE_PROXY,
-            kUrl = PROXY_TYPE_AUTO_PROXY_URL, kDetect = PROXY_TYPE_AUTO_DETECT;
+WinInetSnapshot VersionUnknown() {
+    WinInetSnapshot s = PerConnection(kProxy, "p:9");
+    s.versionKnown = false;
+    return s;
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, SettingsTest,
-    testing::Values(
-        SettingsCase{"local_bypass_plain_name", 1, 2, kDirect | kProxy, "proxy:8080", "<local>",
-                     nullptr, 0, nullptr, nullptr, "intranet", 80, 0, 1, {}, {},
-                     {"PROXY_TYPE_PROXY:  "}},
-        SettingsCase{"local_bypass_dotted_name", 1, 2, kDirect | kProxy, "proxy:8080", "<local>",
-                     nullptr, 0, nullptr, nullptr, "web.corp", 80, 0, 0, {{1, "proxy", 8080}},
-                     {"PROXY_TYPE_PROXY:  proxy:8080", "INTERNET_OPTION_VERSION is 1.2"}, {}},
-        SettingsCase{"scheme_list_without_http_ends_the_walk", 1, 2, kProxy | kUrl, "ftp=f:21",
-                     nullptr, kDeadPacUrl, 0, nullptr, nullptr, "web.corp", 80, 0, 1, {}, {},
-                     {"PROXY_TYPE_AUTO_PROXY_URL"}},
-        SettingsCase{"https_entry_preferred", 1, 2, kProxy, "http=h1:80;https=h2:443", nullptr,
-                     nullptr, 0, nullptr, nullptr, "web.corp", 80, 0, 0, {{1, "h2", 443}}, {}, {}},
-        SettingsCase{"bypass_with_port", 1, 2, kProxy, "p:1", "*.corp:443", nullptr, 0, nullptr,
-                     nullptr, "host.corp", 443, 0, 1, {}, {}, {}},
-        SettingsCase{"bypass_other_port", 1, 2, kProxy, "p:1", "*.corp:443", nullptr, 0, nullptr,
-                     nullptr, "host.corp", 8080, 0, 0, {{1, "p", 1}}, {}, {}},
-        SettingsCase{"failed_pac_then_direct", 1, 2, kUrl | kDirect, nullptr, nullptr, kDeadPacUrl,
-                     0, nullptr, nullptr, "web.corp", 80, 0, 1, {},
-                     {"PROXY_TYPE_AUTO_PROXY_URL", "RunAutoProxyURL failed...trying other proxy options",
-                      "PROXY_TYPE_DIRECT"},
-                     {}},
-        SettingsCase{"failed_pac_alone_fails", 1, 2, kUrl, nullptr, nullptr, kDeadPacUrl, 0,
-                     nullptr, nullptr, "web.corp", 80, 0, 2, {},
-                     {"RunAutoProxyURL failed...trying other proxy options"}, {"PROXY_TYPE_DIRECT"}},
-        SettingsCase{"failed_pac_then_detection", 1, 2, kUrl | kDetect | kDirect, nullptr, nullptr,
-                     kDeadPacUrl, 0, nullptr, nullptr, "web.corp", 80, kNoDiscoveryTraffic, 1, {},
-                     {"RunAutoProxyURL failed...trying other proxy options", "PROXY_TYPE_AUTO_DETECT"},
-                     {}},
-        SettingsCase{"url_flag_without_url_is_skipped", 1, 2, kUrl, nullptr, nullptr, nullptr, 0,
-                     nullptr, nullptr, "web.corp", 80, 0, 1, {}, {}, {"PROXY_TYPE_AUTO_PROXY_URL"}},
-        SettingsCase{"proxy_flag_without_server_is_skipped", 1, 2, kProxy | kDirect, nullptr,
-                     "<local>", nullptr, 0, nullptr, nullptr, "web.corp", 80, 0, 1, {},
-                     {"PROXY_TYPE_DIRECT"}, {"PROXY_TYPE_PROXY:  "}},
-        SettingsCase{"no_flags", 1, 2, 0, "p:1", nullptr, nullptr, 0, nullptr, nullptr, "x", 80,
-                     0, 1, {}, {}, {}},
-        SettingsCase{"legacy_proxy_ignores_bypass", 1, 1, 0, nullptr, nullptr, nullptr,
-                     INTERNET_OPEN_TYPE_PROXY, "p:3128", "<local>", "intranet", 80, 0, 0,
-                     {{1, "p", 3128}}, {"INTERNET_OPTION_VERSION is 1.1", "Proxy bypass:  <local>"},
-                     {}},
-        SettingsCase{"legacy_scheme_list_is_one_host", 1, 0, 0, nullptr, nullptr, nullptr,
-                     INTERNET_OPEN_TYPE_PROXY, "http=h1:80;https=h2:443", nullptr, "x", 80, 0, 0,
-                     {{1, "http=h1", 80}}, {}, {}},
-        SettingsCase{"legacy_direct", 1, 0, 0, nullptr, nullptr, nullptr,
-                     INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, "x", 80, 0, 1, {},
-                     {"No proxy set"}, {}},
-        SettingsCase{"legacy_empty_proxy", 1, 1, 0, nullptr, nullptr, nullptr,
-                     INTERNET_OPEN_TYPE_PROXY, "", nullptr, "x", 80, 0, 1, {},
-                     {"Empty proxy value"}, {}},
-        SettingsCase{"legacy_preconfig_is_invalid", 1, 1, 0, nullptr, nullptr, nullptr,
-                     INTERNET_OPEN_TYPE_PRECONFIG, nullptr, nullptr, "x", 80, 0, 2, {},
-                     {"Invalid dwAccessType:  0 "}, {}},
-        SettingsCase{"version_2_0_is_per_connection", 2, 0, kProxy, "p:2", nullptr, nullptr,
-                     INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, "x", 80, 0, 0, {{1, "p", 2}},
-                     {}, {"No proxy set"}}),
-    [](const testing::TestParamInfo<SettingsCase> &info) { return std::string(info.param.name); });
+const char kPac[] = "http://pac/proxy.pac";
 
-class FailingQueriesTest : public testing::Test {
-protected:
-    void SetUp() override { wininet_.Install(platform_); }
-    uint32_t Resolve() {
-        Routvane *r = new Routvane();
-        r->AddRef();
-        const uint32_t status = r->GetProxyFromIE(0, "x.example", 80);
-        count_ = r->GetProxyCount();
-        r->Release();
-        return status;
-    }
-    ScopedPlatform platform_;
-    FakeWinInet wininet_;
-    TempDir dir_;
-    ScopedTrace trace_{dir_.file("t.txt")};
-    long long count_ = 0;
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Table, DecisionTest, testing::Values(
+    DecisionCase{"local_bypass_plain_name",
+        PerConnection(kDirectFlag | kProxy, "proxy:8080", "<local>"),
+        "intranet", 80, 2, 2, 1, {}, {}, {}, {"PROXY_TYPE_PROXY:  "}},
+    DecisionCase{"local_bypass_dotted_name",
+        PerConnection(kDirectFlag | kProxy, "proxy:8080", "<local>"),
+        "web.corp", 80, 2, 2, 0, {Proxy("proxy", 8080)}, {},
+        {"PROXY_TYPE_PROXY:  proxy:8080", "INTERNET_OPTION_VERSION is 1.2"}, {}},
+    DecisionCase{"scheme_list_without_http_ends_the_walk",
+        PerConnection(kProxy | kUrl, "ftp=f:21", nullptr, kPac),
+        "web.corp", 80, 2, 2, 1, {}, {}, {}, {"PROXY_TYPE_AUTO_PROXY_URL"}},
+    DecisionCase{"https_entry_preferred", PerConnection(kProxy, "http=h1:80;https=h2:443"),
+        "web.corp", 80, 2, 2, 0, {Proxy("h2", 443)}, {}, {}, {}},
+    DecisionCase{"bypass_with_port", PerConnection(kProxy, "p:1", "*.corp:443"),
+        "host.corp", 443, 2, 2, 1, {}, {}, {}, {}},
+    DecisionCase{"bypass_other_port", PerConnection(kProxy, "p:1", "*.corp:443"),
+        "host.corp", 8080, 2, 2, 0, {Proxy("p", 1)}, {}, {}, {}},
+    DecisionCase{"pac_answers", PerConnection(kUrl | kDetect | kDirectFlag, nullptr, nullptr, kPac),
+        "web.corp", 80, 0, 2, 0, {}, {"url http://pac/proxy.pac"}, {}, {"PROXY_TYPE_AUTO_DETECT"}},
+    DecisionCase{"failed_pac_then_direct",
+        PerConnection(kUrl | kDirectFlag, nullptr, nullptr, kPac),
+        "web.corp", 80, 2, 2, 1, {}, {"url http://pac/proxy.pac"},
+        {"PROXY_TYPE_AUTO_PROXY_URL", "RunAutoProxyURL failed...trying other proxy options",
+         "PROXY_TYPE_DIRECT"}, {}},
+    DecisionCase{"failed_pac_alone_fails", PerConnection(kUrl, nullptr, nullptr, kPac),
+        "web.corp", 80, 2, 2, 2, {}, {"url http://pac/proxy.pac"},
+        {"RunAutoProxyURL failed...trying other proxy options"}, {"PROXY_TYPE_DIRECT"}},
+    DecisionCase{"failed_pac_then_detection",
+        PerConnection(kUrl | kDetect | kDirectFlag, nullptr, nullptr, kPac),
+        "web.corp", 80, 2, 2, 1, {}, {"url http://pac/proxy.pac", "detect"},
+        {"PROXY_TYPE_AUTO_DETECT", "RunAutoDetect failed...trying other proxy options"}, {}},
+    DecisionCase{"url_flag_without_url_is_skipped", PerConnection(kUrl, nullptr),
+        "web.corp", 80, 2, 2, 1, {}, {}, {}, {"PROXY_TYPE_AUTO_PROXY_URL"}},
+    DecisionCase{"proxy_flag_without_server_is_skipped",
+        PerConnection(kProxy | kDirectFlag, nullptr, "<local>"),
+        "web.corp", 80, 2, 2, 1, {}, {}, {"PROXY_TYPE_DIRECT"}, {"PROXY_TYPE_PROXY:  "}},
+    DecisionCase{"no_flags", PerConnection(0, "p:1"), "x", 80, 2, 2, 1, {}, {}, {}, {}},
+    DecisionCase{"per_connection_query_failed", Unanswered(PerConnection(kProxy, "p:1")),
+        "x", 80, 2, 2, 2, {}, {},
+        {"InternetQueryOption(INTERNET_OPTION_PER_CONNECTION_OPTION) failed:  12009 "}, {}},
+    DecisionCase{"version_unknown_is_per_connection", VersionUnknown(),
+        "x", 80, 2, 2, 0, {Proxy("p", 9)}, {}, {}, {"INTERNET_OPTION_VERSION is"}},
+    DecisionCase{"wininet_absent_goes_direct_silently",
+        [] { WinInetSnapshot s; s.present = false; return s; }(),
+        "x", 80, 2, 2, 1, {}, {}, {}, {"INTERNET_OPTION"}},
+    DecisionCase{"legacy_proxy_ignores_bypass",
+        Legacy(INTERNET_OPEN_TYPE_PROXY, "p:3128", "<local>"),
+        "intranet", 80, 2, 2, 0, {Proxy("p", 3128)}, {},
+        {"INTERNET_OPTION_VERSION is 1.1", "Proxy bypass:  <local>"}, {}},
+    DecisionCase{"legacy_scheme_list_is_one_host",
+        Legacy(INTERNET_OPEN_TYPE_PROXY, "http=h1:80;https=h2:443"),
+        "x", 80, 2, 2, 0, {Proxy("http=h1", 80)}, {}, {}, {}},
+    DecisionCase{"legacy_direct", Legacy(INTERNET_OPEN_TYPE_DIRECT),
+        "x", 80, 2, 2, 1, {}, {}, {"No proxy set"}, {}},
+    DecisionCase{"legacy_empty_proxy", Legacy(INTERNET_OPEN_TYPE_PROXY, ""),
+        "x", 80, 2, 2, 1, {}, {}, {"Empty proxy value"}, {}},
+    DecisionCase{"legacy_preconfig_is_invalid", Legacy(INTERNET_OPEN_TYPE_PRECONFIG),
+        "x", 80, 2, 2, 2, {}, {}, {"Invalid dwAccessType:  0 "}, {}},
+    DecisionCase{"legacy_query_failed", Unanswered(Legacy(INTERNET_OPEN_TYPE_PROXY, "p:1")),
+        "x", 80, 2, 2, 2, {}, {}, {"InternetQueryOption failed:  12009 "}, {}}),
+    [](const testing::TestParamInfo<DecisionCase> &info) { return std::string(info.param.name); });
+// clang-format on
+
+// The query: which questions are asked, and one failure row per call.
+struct QueryCase {
+    const char *name;
+    bool present;
+    DWORD minor;
+    DWORD failing;
+    const char *legacyProxy;
+    // the snapshot
+    bool versionKnown, legacy, answered;
+    DWORD error;
+    const char *proxy;  // the proxy server or legacy proxy taken over
 };
 
-TEST_F(FailingQueriesTest, PerConnectionQueryFailureFails) {
-    wininet_.perConnectionOk = false;
-    EXPECT_EQ(Resolve(), 2u);
-    EXPECT_EQ(trace_.linesWith("InternetQueryOption(INTERNET_OPTION_PER_CONNECTION_OPTION) failed:  12009 ")
-                  .size(),
-              1u);
-}
-
-TEST_F(FailingQueriesTest, LegacyQueryFailureFails) {
-    wininet_.minor = 1;
-    wininet_.legacyOk = false;
-    EXPECT_EQ(Resolve(), 2u);
-    EXPECT_EQ(trace_.linesWith("InternetQueryOption failed:  12009 ").size(), 1u);
-}
-
-TEST_F(FailingQueriesTest, VersionFailureTakesThePerConnectionPath) {
-    wininet_.versionOk = false;
-    wininet_.flags = PROXY_TYPE_PROXY;
-    wininet_.proxyServer = "p:9";
-    EXPECT_EQ(Resolve(), 0u);
-    EXPECT_TRUE(trace_.linesWith("INTERNET_OPTION_VERSION is").empty());
-    EXPECT_EQ(wininet_.perConnectionQueries, 1);
-}
-
-TEST_F(FailingQueriesTest, MissingWininetGoesDirectSilently) {
-    wininet_.present = false;
-    EXPECT_EQ(Resolve(), 1u);
-    EXPECT_EQ(wininet_.perConnectionQueries, 0);
-    // Only the entry and target lines of the function itself.
-    EXPECT_TRUE(trace_.linesWith("INTERNET_OPTION").empty());
-    EXPECT_EQ(trace_.linesWith("x.example:80 ").size(), 1u);
-}
-
-TEST_F(FailingQueriesTest, OverlongLegacyStringsFailTheQuery) {
-    wininet_.minor = 1;
-    wininet_.accessType = INTERNET_OPEN_TYPE_PROXY;
-    const std::string longProxy(200, 'p');
-    wininet_.legacyProxy = longProxy.c_str();
-    EXPECT_EQ(Resolve(), 2u);
-    EXPECT_EQ(count_, 0);
+TEST(QueryTest, AsksByVersionAndKeepsWhatWasAnswered) {
+    const std::string overlong(200, 'p');
+    const QueryCase rows[] = {
+        {"per_connection", true, 2, 0, "", true, false, true, 0, "p:8"},
+        {"legacy", true, 1, 0, "p:3128", true, true, true, 0, "p:3128"},
+        {"absent", false, 2, 0, "", false, false, false, 0, nullptr},
+        {"version_fails", true, 1, INTERNET_OPTION_VERSION, "", false, false, true, 0, "p:8"},
+        {"legacy_fails", true, 1, INTERNET_OPTION_PROXY, "", true, true, false, 12009, nullptr},
+        {"legacy_overlong", true, 0, 0, overlong.c_str(), true, true, false,
+         ERROR_INSUFFICIENT_BUFFER, nullptr},
+        {"per_connection_fails", true, 2, INTERNET_OPTION_PER_CONNECTION_OPTION, "", true, false,
+         false, 12009, nullptr},
+    };
+    for (const QueryCase &row : rows) {
+        ScopedWinInetSettings seam;
+        FakeWinInet wininet;
+        wininet.Install(seam);
+        wininet.present = row.present;
+        wininet.minor = row.minor;
+        wininet.failing = row.failing;
+        wininet.legacyProxy = row.legacyProxy;
+        wininet.flags = kProxy;
+        wininet.proxyServer = "p:8";
+        const WinInetSnapshot s = QueryWinInetSettings();
+        EXPECT_EQ(s.present, row.present) << row.name;
+        EXPECT_EQ(s.versionKnown, row.versionKnown) << row.name;
+        EXPECT_EQ(s.legacy, row.legacy) << row.name;
+        EXPECT_EQ(s.answered, row.answered) << row.name;
+        EXPECT_EQ(s.error, row.error) << row.name;
+        EXPECT_EQ(s.legacy ? s.legacyProxy : s.proxyServer, Opt(row.proxy)) << row.name;
+        EXPECT_EQ(wininet.perConnectionQueries, row.present && !row.legacy) << row.name;
+    }
 }
 
 // Wine's own WinINet, with a fixed proxy and a bypass list in the registry

@@ -271,19 +271,19 @@ time_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
     return _mkgmtime(&tm);
 }
 
-void FakeClock::Install(ScopedPlatform &platform, time_t start) {
+void FakeClock::Install(ScopedClock &clock, time_t start) {
     now = start;
     tick = 1000;
     milliseconds = 0;
-    platform->time = [](time_t *out) {
+    clock->time = [](time_t *out) {
         if (out) *out = now;
         return now;
     };
-    platform->gmtime = [](time_t t, struct tm *out) { return BreakDown(t, out); };
-    platform->localtime = [](time_t t, struct tm *out) {
+    clock->gmtime = [](time_t t, struct tm *out) { return BreakDown(t, out); };
+    clock->localtime = [](time_t t, struct tm *out) {
         return BreakDown(t + localOffsetSeconds, out);
     };
-    platform->GetSystemTime = [](SYSTEMTIME *out) {
+    clock->GetSystemTime = [](SYSTEMTIME *out) {
         struct tm tm = {};
         BreakDown(now, &tm);
         out->wYear = static_cast<WORD>(tm.tm_year + 1900);
@@ -295,7 +295,7 @@ void FakeClock::Install(ScopedPlatform &platform, time_t start) {
         out->wSecond = static_cast<WORD>(tm.tm_sec);
         out->wMilliseconds = milliseconds;
     };
-    platform->GetTickCount = []() { return tick; };
+    clock->GetTickCount = []() { return tick; };
 }
 
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "util/Platform.h"
+#include "trace/Clock.h"
 
 // Sets a value under HKEY_LOCAL_MACHINE\Software\Ovrena (or another key) and
 // puts back what was there before when it goes.
@@ -121,7 +121,7 @@ struct FakeClock {
     static long localOffsetSeconds;
     static DWORD tick;
     static WORD milliseconds;
-    static void Install(ScopedPlatform &platform, time_t start);
+    static void Install(ScopedClock &clock, time_t start);
 };
 
 // A UTC time_t for a calendar date and time.

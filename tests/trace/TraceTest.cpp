@@ -190,9 +190,9 @@ TEST(Settings, UnusableFileSettingsLeaveTracingOff) {
 
 TEST(Lines, CarryTheExactPrefixAndTellTheScope) {
     TempDir dir;
-    ScopedPlatform platform;
+    ScopedClock clock;
     FakeClock::localOffsetSeconds = 0;
-    FakeClock::Install(platform, UtcTime(2016, 5, 3, 14, 2, 11));
+    FakeClock::Install(clock, UtcTime(2016, 5, 3, 14, 2, 11));
     FakeClock::milliseconds = 123;
     // The tick counter wraps while the function runs.
     FakeClock::tick = 0xFFFFFFF0u;
@@ -272,8 +272,8 @@ TEST(Lines, UnendedMessageOfAQuietTracerIsWrittenAtExit) {
 
 TEST(Lines, FileOpenedWhileAFunctionRunsGivesOnlyTheExitLine) {
     TempDir dir;
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2022, 3, 3, 3, 3, 3));
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2022, 3, 3, 3, 3, 3));
     auto none = ScopedRegistryValue::Absent("Debug-" + kExe);
     ZelTraceReload();
     {
@@ -346,10 +346,10 @@ TEST(File, RolledNames) {
 
 TEST(File, FirstLineAfterLocalMidnightRollsTheFile) {
     TempDir dir;
-    ScopedPlatform platform;
+    ScopedClock clock;
     // Local time runs two hours ahead of UTC: the roll follows local days.
     FakeClock::localOffsetSeconds = 2 * 3600;
-    FakeClock::Install(platform, UtcTime(2016, 5, 3, 21, 59, 0));
+    FakeClock::Install(clock, UtcTime(2016, 5, 3, 21, 59, 0));
     ScopedTrace trace(dir.file("trace.txt"));
     Say("before midnight");
     FakeClock::now = UtcTime(2016, 5, 3, 21, 59, 59);
@@ -369,9 +369,9 @@ TEST(File, FirstLineAfterLocalMidnightRollsTheFile) {
 
 TEST(File, AFailedRenameKeepsAppendingToTheSameFile) {
     TempDir dir;
-    ScopedPlatform platform;
+    ScopedClock clock;
     FakeClock::localOffsetSeconds = 0;
-    FakeClock::Install(platform, UtcTime(2020, 1, 1, 23, 0, 0));
+    FakeClock::Install(clock, UtcTime(2020, 1, 1, 23, 0, 0));
     WriteFileText(dir.file("trace_2020-01-01.txt"), "already here\n");
     ScopedTrace trace(dir.file("trace.txt"));
     Say("one");
@@ -385,8 +385,8 @@ TEST(File, AFailedRenameKeepsAppendingToTheSameFile) {
 
 TEST(File, TheSettingIsReadAgainAfterAMinute) {
     TempDir dir;
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2021, 6, 1, 12, 0, 0));
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2021, 6, 1, 12, 0, 0));
     ScopedTrace trace(dir.file("first.txt"));
     Say("first 1");
     auto second = ScopedRegistryValue::String("Debug-" + kExe, dir.file("second.txt"));
@@ -428,8 +428,8 @@ TEST(File, ForcedFileHookIsOffByDefaultAndWinsWhenSet) {
     }
     // Over the registry's file setting, which gets no line while forced, and
     // not even after a minute when the setting is read again otherwise.
-    ScopedPlatform platform;
-    FakeClock::Install(platform, UtcTime(2016, 5, 3, 10, 0, 0));
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2016, 5, 3, 10, 0, 0));
     ScopedTrace trace(dir.file("registry.txt"));
     Say("to the registry's file");
     ZelForceTraceFile(forced);

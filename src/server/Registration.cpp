@@ -4,9 +4,11 @@
 
 #include <string>
 
+#include <routvane.h>
+
 #include "com/ComGuard.h"
 #include "com/Module.h"
-#include "routvane.h"
+#include "util/ComOwners.h"
 #include "util/Registry.h"
 
 namespace {
@@ -17,11 +19,10 @@ const char kDescription[] = "Ovrena.Routvane";
 
 // {clsid} as StringFromCLSID renders it, in narrow text.
 bool ClsidText(std::string &out) {
-    LPOLESTR wide = nullptr;
-    if (FAILED(StringFromCLSID(CLSID_Routvane, &wide)) || !wide) return false;
+    TaskMemory<OLECHAR> wide;
+    if (FAILED(StringFromCLSID(CLSID_Routvane, wide.out())) || !wide) return false;
     char narrow[64] = "";
-    WideCharToMultiByte(CP_ACP, 0, wide, -1, narrow, sizeof narrow, nullptr, nullptr);
-    CoTaskMemFree(wide);
+    WideCharToMultiByte(CP_ACP, 0, wide.get(), -1, narrow, sizeof narrow, nullptr, nullptr);
     out = narrow;
     return !out.empty();
 }

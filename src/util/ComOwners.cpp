@@ -1,4 +1,4 @@
-#include "pac/ComOwners.h"
+#include "util/ComOwners.h"
 
 #include <climits>
 #include <new>
