@@ -146,6 +146,59 @@ inline std::string Download(const std::string &url, DWORD timeoutMs) {
     return text;
 }
 
+// The hand-over the library must make because neither a download nor a
+// script can be stopped from outside: the work runs on another thread
+// (one that stays between calls, as the library's does) under the caller's
+// impersonation token if any, and the caller waits on an event of the
+// job's own until it is done.
+class Worker {
+public:
+    Worker()
+        : wake_(CreateEventA(nullptr, FALSE, FALSE, nullptr)),
+          thread_(CreateThread(nullptr, 0, Main, this, 0, nullptr)) {}
+    ~Worker() {
+        Run(nullptr);
+        WaitForSingleObject(thread_.get(), INFINITE);
+    }
+    Worker(const Worker &) = delete;
+    Worker &operator=(const Worker &) = delete;
+
+    // Runs job on the worker and waits for it; null ends the worker.
+    void Run(void (*job)(void *), void *context = nullptr) {
+        HANDLE token = nullptr;
+        OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE | TOKEN_QUERY, TRUE, &token);
+        const KernelHandle impersonation(token);
+        const KernelHandle done(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+        done_ = done.get();
+        job_ = job;
+        context_ = context;
+        SetEvent(wake_.get());
+        WaitForSingleObject(done.get(), INFINITE);
+    }
+
+private:
+    static DWORD WINAPI Main(void *self) {
+        Worker &w = *static_cast<Worker *>(self);
+        for (;;) {
+            WaitForSingleObject(w.wake_.get(), INFINITE);
+            void (*job)(void *) = w.job_;
+            if (job) job(w.context_);
+            SetEvent(w.done_);
+            if (!job) return 0;
+        }
+    }
+    KernelHandle wake_;
+    HANDLE done_ = nullptr;
+    void (*job_)(void *) = nullptr;
+    void *context_ = nullptr;
+    KernelHandle thread_;
+};
+
+inline Worker &TheWorker() {
+    static Worker worker;
+    return worker;
+}
+
 // One evaluation in a fresh engine whose helper functions do nothing: the
 // script engine and the dispatch, without the helpers' own work.
 inline std::string EvaluateBare(const std::string &script, const std::string &url,
@@ -157,6 +210,40 @@ inline std::string EvaluateBare(const std::string &script, const std::string &ur
     return answer;
 }
 
+// The download and the evaluation as the library makes them: each on the
+// worker, the evaluation in the worker's multithreaded apartment.
+inline std::string DownloadOnWorker(const std::string &url, DWORD timeoutMs) {
+    struct Job {
+        const std::string &url;
+        DWORD timeoutMs;
+        std::string text;
+    } job{url, timeoutMs, std::string()};
+    TheWorker().Run(
+        [](void *p) {
+            Job &j = *static_cast<Job *>(p);
+            j.text = Download(j.url, j.timeoutMs);
+        },
+        &job);
+    return job.text;
+}
+
+inline std::string EvaluateOnWorker(const std::string &script, const std::string &url,
+                                    const std::string &host) {
+    struct Job {
+        const std::string &script, &url, &host;
+        std::string answer;
+    } job{script, url, host, std::string()};
+    TheWorker().Run(
+        [](void *p) {
+            Job &j = *static_cast<Job *>(p);
+            const HRESULT hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+            j.answer = EvaluateBare(j.script, j.url, j.host);
+            if (SUCCEEDED(hr)) CoUninitialize();
+        },
+        &job);
+    return job.answer;
+}
+
 // A resolve's platform work when Navigator is the default browser and its
 // preferences name a script at scriptUrl: the script's answer, or "" when a
 // step found nothing.
@@ -165,8 +252,8 @@ inline std::string PacResolve(const std::string &scriptUrl, const std::string &h
     if (TokenIsLocalSystem()) return std::string();
     if (HtmlOpenCommand().empty()) return std::string();
     if (ReadWholeFile(NetscapePrefsPath()).empty()) return std::string();
-    const std::string script = Download(scriptUrl, ConnectTimeoutMs());
-    return EvaluateBare(script, "https://" + host + ":" + std::to_string(port), host);
+    const std::string script = DownloadOnWorker(scriptUrl, ConnectTimeoutMs());
+    return EvaluateOnWorker(script, "https://" + host + ":" + std::to_string(port), host);
 }
 
 // --- Interface selection for a DHCPINFORM -----------------------------------

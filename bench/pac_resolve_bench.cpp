@@ -211,11 +211,11 @@ int main() {
                  [&] { pf::ConnectTimeoutMs(); },
                  [&] {
                      ++callsMade;
-                     pf::Download(url, pf::ConnectTimeoutMs());
+                     pf::DownloadOnWorker(url, pf::ConnectTimeoutMs());
                  },
                  [&] {
                      ++callsMade;
-                     pf::EvaluateBare(script, target, kHost);
+                     pf::EvaluateOnWorker(script, target, kHost);
                  }},
                 100, 1);
             printf("pac_resolve_bench\n");
@@ -223,7 +223,8 @@ int main() {
             printf("  platform floor                    %8.3f ms, of which:\n", medians[1] * 1000);
             const char *names[] = {"local-system token test", ".html association look-ups",
                                    "Navigator registry reads, prefs.js", "connect time-out read",
-                                   "WinINet download", "bare evaluation (do-nothing helper)"};
+                                   "WinINet download, on the worker",
+                                   "bare evaluation, on the worker"};
             for (size_t i = 0; i < parts.size(); ++i)
                 printf("    %-36s %8.3f ms\n", names[i], parts[i] * 1000);
             targets.Check("resolve / platform floor", medians[0] / medians[1], 1.10);
