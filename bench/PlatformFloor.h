@@ -102,20 +102,33 @@ inline std::string ReadWholeFile(const std::string &path) {
     return text;
 }
 
-// The connect time-out setting, in milliseconds (5 s when not set).
-inline DWORD ConnectTimeoutMs() {
+// A REG_DWORD under the library's key, 0 when absent or of another type.
+inline DWORD OvrenaDword(const char *name) {
     DWORD value = 0;
     DWORD size = sizeof value;
     DWORD type = 0;
     RegKey key;
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Ovrena", 0, KEY_READ, key.out()) ==
         ERROR_SUCCESS) {
-        if (RegQueryValueExA(key.get(), "WPADConnectTimeout", nullptr, &type,
-                             reinterpret_cast<BYTE *>(&value), &size) != ERROR_SUCCESS ||
+        if (RegQueryValueExA(key.get(), name, nullptr, &type, reinterpret_cast<BYTE *>(&value),
+                             &size) != ERROR_SUCCESS ||
             type != REG_DWORD)
             value = 0;
     }
+    return value;
+}
+
+// The connect time-out setting, in milliseconds (5 s when not set).
+inline DWORD ConnectTimeoutMs() {
+    const DWORD value = OvrenaDword("WPADConnectTimeout");
     return (value ? value : 5) * 1000;
+}
+
+// The limits a resolve reads besides the connect time-out: the download's
+// total time and size, and the script's time.
+inline DWORD ReadLimits() {
+    return OvrenaDword("WPADDownloadTimeout") + OvrenaDword("WPADMaxScriptSize") +
+           OvrenaDword("PACScriptTimeout");
 }
 
 // The script download: a direct session with the connect time-out set, the
@@ -252,7 +265,9 @@ inline std::string PacResolve(const std::string &scriptUrl, const std::string &h
     if (TokenIsLocalSystem()) return std::string();
     if (HtmlOpenCommand().empty()) return std::string();
     if (ReadWholeFile(NetscapePrefsPath()).empty()) return std::string();
-    const std::string script = DownloadOnWorker(scriptUrl, ConnectTimeoutMs());
+    const DWORD connectMs = ConnectTimeoutMs();
+    ReadLimits();
+    const std::string script = DownloadOnWorker(scriptUrl, connectMs);
     return EvaluateOnWorker(script, "https://" + host + ":" + std::to_string(port), host);
 }
 
