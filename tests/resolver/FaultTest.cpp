@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "FakeSettings.h"
+#include "LoopbackHttpServer.h"
 #include "TestSupport.h"
 #include "com/Module.h"
 #include "resolver/BoundedWorker.h"
@@ -58,16 +59,9 @@ public:
                  static_cast<unsigned>(strlen(body)), body);
         WSADATA data;
         WSAStartup(MAKEWORD(2, 2), &data);
-        listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int length = sizeof address;
-        bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        listen(listener_, SOMAXCONN);
-        getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length);
-        snprintf(url_, sizeof url_, "http://127.0.0.1:%u/proxy.pac",
-                 static_cast<unsigned>(ntohs(address.sin_port)));
+        unsigned short port = 0;
+        listener_ = LoopbackListener(SOMAXCONN, port);
+        snprintf(url_, sizeof url_, "http://127.0.0.1:%u/proxy.pac", static_cast<unsigned>(port));
         thread_ = std::thread([this] { Serve(); });
     }
     ~FixedPacServer() {
@@ -160,12 +154,7 @@ TEST_F(FaultTest, FixedProxyWithBypassList) {
 }
 
 TEST_F(FaultTest, PacScriptFromALoopbackServer) {
-    struct Com {
-        HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        ~Com() {
-            if (SUCCEEDED(hr)) CoUninitialize();
-        }
-    } com;
+    ComApartment com;
     FixedPacServer server(
         "function FindProxyForURL(url, host) {\n"
         "  if (isPlainHostname(host) || shExpMatch(host, '*.corp.example')) return 'DIRECT';\n"

@@ -49,7 +49,7 @@ protected:
                 line.find("Netscape", function) != std::string::npos &&
                 line.find("Entered") == std::string::npos &&
                 line.find("Exited") == std::string::npos)
-                texts.push_back(Text(line));
+                texts.push_back(LineText(line).substr(0, LineText(line).rfind(" (tid=")));
         }
         return texts;
     }

@@ -81,15 +81,11 @@ public:
     FullBacklog() {
         WSADATA data;
         WSAStartup(MAKEWORD(2, 2), &data);
-        listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        listener_ = LoopbackListener(1, port_);
         sockaddr_in address = {};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int length = sizeof address;
-        bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        listen(listener_, 1);
-        getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length);
-        port_ = ntohs(address.sin_port);
+        address.sin_port = htons(port_);
         for (int i = 0; i < 8; ++i) {
             SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
             u_long nonBlocking = 1;
@@ -151,20 +147,10 @@ protected:
         trace_ = std::make_unique<ScopedTrace>(dir_.file(name + ".log"));
     }
     std::vector<std::string> Messages(const std::string &fragment) const {
-        std::vector<std::string> texts;
-        for (const std::string &line : trace_->linesWith(fragment)) {
-            const std::string text = LineText(line);
-            texts.push_back(text.substr(0, text.rfind(" (tid=")));
-        }
-        return texts;
+        return trace_->messages(fragment);
     }
 
-    struct Com {
-        HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        ~Com() {
-            if (SUCCEEDED(hr)) CoUninitialize();
-        }
-    } com_;
+    ComApartment com_;
     ScopedWinInetSettings settings_;
     FakeWinInet wininet_;
     ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};

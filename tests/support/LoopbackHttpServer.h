@@ -68,8 +68,6 @@ public:
     // grow the process it measures.
     static constexpr size_t kRequestsKept = 1024;
     std::vector<std::string> requests() const;
-    // The User-Agent header of the last request.
-    std::string lastUserAgent() const;
     // Request headers of the last request, as sent.
     std::string lastRequestHead() const;
     // Connections that closed or fell silent before a request line came.
@@ -92,6 +90,10 @@ private:
     bool stopping_ = false;
     std::atomic<int> silentConnections_{0};
 };
+
+// A socket listening on 127.0.0.1 at a port the system chose (port), or
+// INVALID_SOCKET.
+SOCKET LoopbackListener(int backlog, unsigned short &port);
 
 // A port on 127.0.0.1 that was free a moment ago: nothing listens there, so
 // a connection attempt is refused at once.
