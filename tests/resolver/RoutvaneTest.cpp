@@ -182,44 +182,35 @@ TEST_F(RoutvaneTest, OddTargetsAndPortsAreAnswered) {
     }
 }
 
-struct BrowserCase {
-    const char *name;
-    const char *command;  // null: no command key at all
-    unsigned code;
-    const char *line;
-};
-
-class DefaultBrowserTest : public testing::TestWithParam<BrowserCase> {};
-
-TEST_P(DefaultBrowserTest, FollowsTheOpenCommand) {
-    const BrowserCase &c = GetParam();
-    TempDir dir;
-    ScopedTrace trace(dir.file("t.txt"));
-    std::unique_ptr<ScopedBrowserCommand> browser;
-    std::unique_ptr<ScopedKeyRemoved> command;
-    browser.reset(new ScopedBrowserCommand(c.command ? c.command : ""));
-    if (!c.command)
-        command.reset(new ScopedKeyRemoved(HKEY_CLASSES_ROOT, "RoutvaneTestDocument\\shell\\open\\command"));
-    EXPECT_EQ(GetDefaultBrowser(), c.code);
-    if (c.line) {
-        EXPECT_EQ(trace.linesWith(c.line).size(), 1u) << c.line;
+TEST(DefaultBrowserTest, FollowsTheOpenCommand) {
+    const std::string longCommand = "C:\\" + std::string(600, 'n') + "\\iexplore.exe";
+    const struct {
+        const char *command;  // null: no command key at all
+        unsigned code;
+        const char *line;
+    } rows[] = {
+        {"C:\\PROGRA~1\\IEXPLORE.EXE -nohome", 0, nullptr},
+        {"C:\\Program Files\\Netscape\\NETSCAPE.EXE", 1, nullptr},
+        {"C:\\other\\browser.exe \"%1\"", 0, "Command is \"C:\\other\\browser.exe \"%1\"\""},
+        {"winebrowser", 0, "Defaulting to IE"},
+        {nullptr, 0, "Couldn't get open command key"},
+        {longCommand.c_str(), 0, "Couldn't get open command value"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.command ? std::string(row.command).substr(0, 40) : "no command key");
+        TempDir dir;
+        ScopedTrace trace(dir.file("t.txt"));
+        ScopedBrowserCommand browser(row.command ? row.command : "");
+        std::unique_ptr<ScopedKeyRemoved> command;
+        if (!row.command)
+            command.reset(new ScopedKeyRemoved(HKEY_CLASSES_ROOT, "RoutvaneTestDocument\\shell\\open\\command"));
+        EXPECT_EQ(GetDefaultBrowser(), row.code);
+        if (row.line) {
+            EXPECT_EQ(trace.linesWith(row.line).size(), 1u) << row.line;
+        }
+        EXPECT_EQ(trace.linesWith("Returning " + std::to_string(row.code) + " ").size(), 1u);
     }
-    EXPECT_EQ(trace.linesWith("Returning " + std::to_string(c.code) + " ").size(), 1u);
 }
-
-const std::string kLongCommand = "C:\\" + std::string(600, 'n') + "\\iexplore.exe";
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, DefaultBrowserTest,
-    testing::Values(BrowserCase{"ie_capitals", "C:\\PROGRA~1\\IEXPLORE.EXE -nohome", 0, nullptr},
-                    BrowserCase{"netscape", "C:\\Program Files\\Netscape\\NETSCAPE.EXE", 1, nullptr},
-                    BrowserCase{"other", "C:\\other\\browser.exe \"%1\"", 0,
-                                "Command is \"C:\\other\\browser.exe \"%1\"\""},
-                    BrowserCase{"other_defaults", "winebrowser", 0, "Defaulting to IE"},
-                    BrowserCase{"no_command", nullptr, 0, "Couldn't get open command key"},
-                    BrowserCase{"overlong_command", kLongCommand.c_str(), 0,
-                                "Couldn't get open command value"}),
-    [](const testing::TestParamInfo<BrowserCase> &info) { return std::string(info.param.name); });
 
 TEST(DefaultBrowserAssociationTest, MissingOrBrokenAssociationsDefaultToIE) {
     TempDir dir;

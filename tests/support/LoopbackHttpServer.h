@@ -47,6 +47,26 @@ struct HttpResponse {
 
     static HttpResponse Text(std::string body,
                              std::string contentType = "application/x-ns-proxy-autoconfig");
+    // The misbehaviours, one setter each, to be chained on a Text answer.
+    HttpResponse withStatus(int s) const { return with([&](HttpResponse &r) { r.status = s; }); }
+    HttpResponse announcing(int64_t n) const {
+        return with([&](HttpResponse &r) { r.announcedLength = n; });
+    }
+    HttpResponse delayedBy(DWORD ms) const { return with([&](HttpResponse &r) { r.delayMs = ms; }); }
+    HttpResponse stoppingAfter(size_t bytes, DWORD holdFor) const {
+        return with([&](HttpResponse &r) { r.sendLimit = bytes, r.holdMs = holdFor; });
+    }
+    HttpResponse dripping(DWORD ms, size_t bytes = 1) const {
+        return with([&](HttpResponse &r) { r.dripMs = ms, r.dripBytes = bytes; });
+    }
+
+private:
+    template <typename F>
+    HttpResponse with(F change) const {
+        HttpResponse r = *this;
+        change(r);
+        return r;
+    }
 };
 
 class LoopbackHttpServer {
