@@ -300,10 +300,7 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
                                                HKEY_LOCAL_MACHINE, navigator + "\\4.8 (en)\\Main");
     auto current = ScopedRegistryValue::String("CurrentUser", "alice", HKEY_CURRENT_USER,
                                                navigator + "\\biff");
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, sizeof path);
-    std::string dll = path;
-    dll = dll.substr(0, dll.find_last_of("\\/") + 1) + "routvane.dll";
+    const std::string dll = Beside("routvane.dll");
     const std::string answering =
         "function FindProxyForURL(url, host) {\n"
         "    if (shExpMatch(host, \"*.example.com\"))\n"

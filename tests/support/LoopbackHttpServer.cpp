@@ -105,7 +105,14 @@ HttpResponse LoopbackHttpServer::lookup(const std::string &target) const {
     return missing;
 }
 
+namespace {
+thread_local bool t_serving = false;
+}  // namespace
+
+bool LoopbackHttpServer::OnServingThread() { return t_serving; }
+
 void LoopbackHttpServer::acceptLoop() {
+    t_serving = true;
     // One connection at a time: a download opens one connection per request
     // and closes it before the next, and a server without worker threads
     // leaves the process's handle count alone.

@@ -92,6 +92,9 @@ public:
     std::string lastRequestHead() const;
     // Connections that closed or fell silent before a request line came.
     int silentConnections() const { return silentConnections_; }
+    // Whether the calling thread is one that serves connections: a test
+    // counting the allocations of the code under test leaves these out.
+    static bool OnServingThread();
 
 private:
     void acceptLoop();

@@ -56,16 +56,12 @@ ScopedRegistryValue::~ScopedRegistryValue() {
 
 ScopedRegistryValue ScopedRegistryValue::String(const std::string &name, const std::string &value,
                                                 HKEY root, const std::string &key) {
-    ScopedRegistryValue v(root, key, name);
-    v.set(REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1));
-    return v;
+    return Raw(name, REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1), root, key);
 }
 
 ScopedRegistryValue ScopedRegistryValue::Dword(const std::string &name, DWORD value, HKEY root,
                                                const std::string &key) {
-    ScopedRegistryValue v(root, key, name);
-    v.set(REG_DWORD, &value, sizeof value);
-    return v;
+    return Raw(name, REG_DWORD, &value, sizeof value, root, key);
 }
 
 ScopedRegistryValue ScopedRegistryValue::Raw(const std::string &name, DWORD type, const void *data,
@@ -312,3 +308,43 @@ std::string Field(const std::string &line, int index) {
 std::string LineText(const std::string &line) { return Field(line, 3); }
 std::string LineLevel(const std::string &line) { return Field(line, 1); }
 std::string LineComponent(const std::string &line) { return Field(line, 2); }
+
+std::string Beside(const std::string &name) {
+    char path[MAX_PATH];
+    const std::string self(path, GetModuleFileNameA(nullptr, path, MAX_PATH));
+    return self.substr(0, self.find_last_of('\\') + 1) + name;
+}
+
+ProgramRun RunProgram(const std::string &program, const std::string &arguments) {
+    TempDir dir;
+    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    const auto create = [&](const char *name) {
+        return CreateFileA(dir.file(name).c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    };
+    STARTUPINFOA si = {};
+    si.cb = sizeof si;
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    si.hStdOutput = create("out");
+    si.hStdError = create("err");
+    std::string command = "\"" + program + "\" " + arguments;
+    PROCESS_INFORMATION pi = {};
+    ProgramRun run;
+    if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si,
+                       &pi)) {
+        if (WaitForSingleObject(pi.hProcess, 60000) == WAIT_OBJECT_0)
+            GetExitCodeProcess(pi.hProcess, &run.code);
+        else
+            TerminateProcess(pi.hProcess, STILL_ACTIVE);
+        CloseHandle(pi.hThread);
+        CloseHandle(pi.hProcess);
+    } else {
+        run.code = GetLastError();
+    }
+    CloseHandle(si.hStdOutput);
+    CloseHandle(si.hStdError);
+    run.out = ReadFileText(dir.file("out"));
+    run.err = ReadFileText(dir.file("err"));
+    return run;
+}

@@ -148,3 +148,14 @@ std::string LineText(const std::string &line);
 // The level word and component of a trace line.
 std::string LineLevel(const std::string &line);
 std::string LineComponent(const std::string &line);
+
+// A file beside this program's executable.
+std::string Beside(const std::string &name);
+// A program's exit code and what it wrote to standard output and error.
+struct ProgramRun {
+    DWORD code = STILL_ACTIVE;
+    std::string out, err;
+};
+// Runs a program with its standard output and error each going to a file of
+// its own; one that has not ended within a minute is stopped.
+ProgramRun RunProgram(const std::string &program, const std::string &arguments);
