@@ -65,12 +65,6 @@ TEST_F(RoutvaneTest, TokenFailuresCountAsNotLocalSystem) {
     }
 }
 
-TEST_F(RoutvaneTest, TheRealTokenOfThisProcessIsNotLocalSystem) {
-    ScopedProcessToken real;
-    ProcessToken() = RealProcessToken();
-    EXPECT_FALSE(IsLocalSystem());
-}
-
 TEST_F(RoutvaneTest, TwoResolvesOnOneObjectKeepBothEntries) {
     Resolver r;
     EXPECT_EQ(r->RoutvaneBrowser(0, "a.example", 80), ROUTVANE_PROXY);
