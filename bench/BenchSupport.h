@@ -84,45 +84,6 @@ inline DWORD HandleCount() {
     return count;
 }
 
-// Sets (or with a null value removes) a string value, put back when it goes.
-class BenchRegistryValue {
-public:
-    BenchRegistryValue(HKEY root, const char *key, const char *name, const char *value)
-        : root_(root), key_(key), name_(name) {
-        handle_.create(root_, key_.c_str(), KEY_ALL_ACCESS);
-        DWORD size = sizeof old_;
-        had_ = RegQueryValueExA(handle_.get(), name, nullptr, &type_, old_, &size) == ERROR_SUCCESS;
-        oldSize_ = size;
-        Set(value);
-    }
-    BenchRegistryValue(HKEY root, const char *key, const char *name, DWORD value)
-        : BenchRegistryValue(root, key, name, static_cast<const char *>(nullptr)) {
-        RegSetValueExA(handle_.get(), name_.c_str(), 0, REG_DWORD, reinterpret_cast<BYTE *>(&value), 4);
-    }
-    ~BenchRegistryValue() {
-        if (had_)
-            RegSetValueExA(handle_.get(), name_.c_str(), 0, type_, old_, oldSize_);
-        else
-            RegDeleteValueA(handle_.get(), name_.c_str());
-    }
-    void Set(const char *value) {
-        if (value)
-            RegSetValueExA(handle_.get(), name_.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE *>(value),
-                           static_cast<DWORD>(strlen(value) + 1));
-        else
-            RegDeleteValueA(handle_.get(), name_.c_str());
-    }
-
-private:
-    HKEY root_;
-    std::string key_, name_;
-    RegKey handle_;
-    bool had_ = false;
-    DWORD type_ = 0;
-    BYTE old_[1024];
-    DWORD oldSize_ = 0;
-};
-
 // Prints one target line and records whether it was met.
 struct Targets {
     bool allMet = true;
@@ -134,11 +95,3 @@ struct Targets {
     }
     int ExitCode() const { return allMet ? 0 : 1; }
 };
-
-inline std::string TempFileName(const char *prefix) {
-    char dir[MAX_PATH + 1];
-    GetTempPathA(MAX_PATH, dir);
-    char name[MAX_PATH + 64];
-    snprintf(name, sizeof name, "%s%s-%lu.txt", dir, prefix, GetCurrentProcessId());
-    return name;
-}

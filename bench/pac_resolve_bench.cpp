@@ -22,6 +22,7 @@
 #include "BenchSupport.h"
 #include "LoopbackHttpServer.h"
 #include "PlatformFloor.h"
+#include "TestSupport.h"
 #include "pac/ScriptHost.h"
 #include <routvane.h>
 #include "resolver/WinInetDownload.h"
@@ -100,11 +101,6 @@ long long Resolve(IClassFactory *factory) {
     return count;
 }
 
-bool KeyExists(HKEY root, const char *key) {
-    RegKey k;
-    return k.open(root, key, KEY_READ) == ERROR_SUCCESS;
-}
-
 }  // namespace
 
 int main() {
@@ -131,18 +127,9 @@ int main() {
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     int exitCode = 1;
     // Keys this program adds are taken away again with their values.
-    const struct {
-        HKEY root;
-        const char *key;
-        bool existed;
-    } added[] = {
-        {HKEY_CLASSES_ROOT, "PacResolveBench.NetscapeDocument",
-         KeyExists(HKEY_CLASSES_ROOT, "PacResolveBench.NetscapeDocument")},
-        {HKEY_LOCAL_MACHINE, "Software\\Netscape",
-         KeyExists(HKEY_LOCAL_MACHINE, "Software\\Netscape")},
-        {HKEY_CURRENT_USER, "Software\\Netscape",
-         KeyExists(HKEY_CURRENT_USER, "Software\\Netscape")},
-    };
+    ScopedKeyRemoved document(HKEY_CLASSES_ROOT, "PacResolveBench.NetscapeDocument");
+    ScopedKeyRemoved machine(HKEY_LOCAL_MACHINE, "Software\\Netscape");
+    ScopedKeyRemoved user(HKEY_CURRENT_USER, "Software\\Netscape");
     {
         LoopbackHttpServer server;
         server.serve("/proxy.pac", HttpResponse::Text(kScript));
@@ -150,37 +137,27 @@ int main() {
 
         // Navigator is the default browser, installed in a folder of its own
         // under TEMP, with automatic configuration from the server.
-        char temp[MAX_PATH + 1];
-        GetTempPathA(MAX_PATH, temp);
-        const std::string root =
-            std::string(temp) + "pac-resolve-bench-" + std::to_string(GetCurrentProcessId());
-        const std::string program = root + "\\Program";
-        const std::string profile = root + "\\Users\\bench";
-        const std::string prefs = profile + "\\prefs.js";
-        CreateDirectoryA(root.c_str(), nullptr);
+        TempDir root;
+        const std::string program = root.file("Program");
+        const std::string profile = root.file("Users\\bench");
         CreateDirectoryA(program.c_str(), nullptr);
-        CreateDirectoryA((root + "\\Users").c_str(), nullptr);
+        CreateDirectoryA(root.file("Users").c_str(), nullptr);
         CreateDirectoryA(profile.c_str(), nullptr);
-        {
-            const FileOwner f(fopen(prefs.c_str(), "wb"));
-            if (f) {
-                const std::string text = Pref("network.proxy.type", "2") +
-                                         Pref("network.proxy.autoconfig_url", "\"" + url + "\"");
-                fwrite(text.data(), 1, text.size(), f.get());
-            }
-        }
+        WriteFileText(profile + "\\prefs.js",
+                      Pref("network.proxy.type", "2") +
+                          Pref("network.proxy.autoconfig_url", "\"" + url + "\""));
         const char kClass[] = "PacResolveBench.NetscapeDocument";
-        BenchRegistryValue html(HKEY_CLASSES_ROOT, ".html", "", kClass);
-        BenchRegistryValue command(HKEY_CLASSES_ROOT,
-                                   "PacResolveBench.NetscapeDocument\\shell\\open\\command", "",
-                                   "\"C:\\Program Files\\Netscape\\netscape.exe\" \"%1\"");
-        BenchRegistryValue version(HKEY_LOCAL_MACHINE, "Software\\Netscape\\Netscape Navigator",
-                                   "CurrentVersion", "bench");
-        BenchRegistryValue install(HKEY_LOCAL_MACHINE,
-                                   "Software\\Netscape\\Netscape Navigator\\bench\\Main",
-                                   "Install Directory", program.c_str());
-        BenchRegistryValue user(HKEY_CURRENT_USER, "Software\\Netscape\\Netscape Navigator\\biff",
-                                "CurrentUser", "bench");
+        const auto html = ScopedRegistryValue::String("", kClass, HKEY_CLASSES_ROOT, ".html");
+        const auto command = ScopedRegistryValue::String(
+            "", "\"C:\\Program Files\\Netscape\\netscape.exe\" \"%1\"", HKEY_CLASSES_ROOT,
+            "PacResolveBench.NetscapeDocument\\shell\\open\\command");
+        const std::string navigator = "Software\\Netscape\\Netscape Navigator";
+        const auto version =
+            ScopedRegistryValue::String("CurrentVersion", "bench", HKEY_LOCAL_MACHINE, navigator);
+        const auto install = ScopedRegistryValue::String("Install Directory", program,
+                                                         HKEY_LOCAL_MACHINE, navigator + "\\bench\\Main");
+        const auto current = ScopedRegistryValue::String("CurrentUser", "bench", HKEY_CURRENT_USER,
+                                                         navigator + "\\biff");
 
         ComPtr<IClassFactory> holder;
         DllGetClassObject(CLSID_Routvane, IID_IClassFactory, holder.outVoid());
@@ -282,14 +259,7 @@ int main() {
             exitCode = targets.ExitCode();
         }
         holder.reset();
-        DeleteFileA(prefs.c_str());
-        RemoveDirectoryA(profile.c_str());
-        RemoveDirectoryA((root + "\\Users").c_str());
-        RemoveDirectoryA(program.c_str());
-        RemoveDirectoryA(root.c_str());
     }
-    for (const auto &key : added)
-        if (!key.existed) RegDeleteTreeA(key.root, key.key);
     CoUninitialize();
     return exitCode;
 }

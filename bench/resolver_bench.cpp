@@ -2,6 +2,7 @@
 // bypass list against the regular expressions it must compile, and memory
 // over many resolves.
 #include "BenchSupport.h"
+#include "TestSupport.h"
 
 #include <wininet.h>
 
@@ -116,16 +117,16 @@ int main() {
     ZelTraceStartup();
     Targets targets;
     const std::string exe = ZelExecutableName();
-    BenchRegistryValue enable(HKEY_CURRENT_USER, kInternetSettings, "ProxyEnable", 1);
-    BenchRegistryValue server(HKEY_CURRENT_USER, kInternetSettings, "ProxyServer",
-                              "proxy.corp.example:3128");
-    BenchRegistryValue bypass(HKEY_CURRENT_USER, kInternetSettings, "ProxyOverride",
-                              static_cast<const char *>(nullptr));
-    BenchRegistryValue document(HKEY_CLASSES_ROOT, ".html", "", "RoutvaneBenchDocument");
-    BenchRegistryValue command(HKEY_CLASSES_ROOT, "RoutvaneBenchDocument\\shell\\open\\command",
-                               "", "C:\\Program Files\\Internet Explorer\\iexplore.exe");
-    BenchRegistryValue traceOff(HKEY_LOCAL_MACHINE, "Software\\Ovrena", ("Debug-" + exe).c_str(),
-                                static_cast<const char *>(nullptr));
+    const auto enable = ScopedRegistryValue::Dword("ProxyEnable", 1, HKEY_CURRENT_USER, kInternetSettings);
+    const auto server = ScopedRegistryValue::String("ProxyServer", "proxy.corp.example:3128",
+                                                    HKEY_CURRENT_USER, kInternetSettings);
+    const auto bypass = ScopedRegistryValue::Absent("ProxyOverride", HKEY_CURRENT_USER, kInternetSettings);
+    const auto document =
+        ScopedRegistryValue::String("", "RoutvaneBenchDocument", HKEY_CLASSES_ROOT, ".html");
+    const auto command = ScopedRegistryValue::String(
+        "", "C:\\Program Files\\Internet Explorer\\iexplore.exe", HKEY_CLASSES_ROOT,
+        "RoutvaneBenchDocument\\shell\\open\\command");
+    const auto traceOff = ScopedRegistryValue::Absent("Debug-" + exe);
     ZelTraceReload();
     if (ResolveOnce("www.example.com") != 0) {
         printf("the fixed proxy did not resolve\n");
@@ -137,15 +138,10 @@ int main() {
            medians[1] * 1e6);
     targets.Check("resolve / bare platform calls", medians[0] / medians[1], 1.10);
     {
-        const std::string path = TempFileName("resolver-bench-trace");
-        BenchRegistryValue traceOn(HKEY_LOCAL_MACHINE, "Software\\Ovrena",
-                                   ("Debug-" + exe).c_str(), path.c_str());
-        ZelTraceReload();
+        TempDir dir;
+        ScopedTrace traceOn(dir.file("trace.txt"));
         const auto traced = CompareMedians({[] { ResolveOnce("www.example.com"); }}, 5, 100);
         printf("resolve with tracing on: %.1f us\n", traced[0] * 1e6);
-        traceOn.Set(nullptr);
-        ZelTraceReload();
-        DeleteFileA(path.c_str());
     }
 
     const std::string list = BypassList();

@@ -4,12 +4,12 @@
 #include <ctime>
 
 #include "BenchSupport.h"
+#include "TestSupport.h"
 #include "trace/ZelTraceManager.h"
 #include "trace/tracefunc.h"
 
 namespace {
 
-const char kKey[] = "Software\\Ovrena";
 
 void TracedCallWithOneInsertion() {
     tracefunc tf(__LINE__, "bench", "TracedCallWithOneInsertion");
@@ -43,7 +43,7 @@ int main() {
     const std::string exe = ZelExecutableName();
 
     {
-        BenchRegistryValue off(HKEY_LOCAL_MACHINE, kKey, ("Debug-" + exe).c_str(), nullptr);
+        const auto off = ScopedRegistryValue::Absent("Debug-" + exe);
         ZelTraceReload();
         const auto medians = CompareMedians({TracedCallWithOneInsertion}, 21, 200000);
         printf("tracing off: one traced call with one insertion: %.1f ns (median)\n",
@@ -51,9 +51,9 @@ int main() {
         targets.Check("traced call, tracing off (microseconds)", medians[0] * 1e6, 0.5);
     }
     {
-        const std::string tracePath = TempFileName("trace-bench");
-        const std::string barePath = TempFileName("bare-bench");
-        BenchRegistryValue on(HKEY_LOCAL_MACHINE, kKey, ("Debug-" + exe).c_str(), tracePath.c_str());
+        TempDir dir;
+        const std::string barePath = dir.file("bare.txt");
+        const auto on = ScopedRegistryValue::String("Debug-" + exe, dir.file("trace.txt"));
         ZelTraceReload();
         FileOwner bare(fopen(barePath.c_str(), "a+"));
         const char text[] = "Using WPAD Connect timeout: 5000 ms (tid=1234;function=bench)";
@@ -69,8 +69,6 @@ int main() {
         targets.Check("writer line rate / bare line rate", traced / plain, 0.8, false);
         ZelTraceShutdown();
         ZelTraceStartup();
-        DeleteFileA(tracePath.c_str());
-        DeleteFileA(barePath.c_str());
     }
     ZelTraceShutdown();
     return targets.ExitCode();

@@ -20,54 +20,6 @@
 
 namespace {
 
-std::string Beside(const std::string &name) {
-    char path[MAX_PATH];
-    const std::string self(path, GetModuleFileNameA(nullptr, path, MAX_PATH));
-    return self.substr(0, self.find_last_of('\\') + 1) + name;
-}
-
-// A program's exit code and what it wrote to standard output and error.
-struct ProgramRun {
-    DWORD code = STILL_ACTIVE;
-    std::string out, err;
-};
-
-// Runs a program with its standard output and error each going to a file of
-// its own; one that has not ended within a minute is stopped.
-ProgramRun RunProgram(const std::string &program, const std::string &arguments) {
-    TempDir dir;
-    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
-    const auto create = [&](const char *name) {
-        return CreateFileA(dir.file(name).c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
-                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    };
-    STARTUPINFOA si = {};
-    si.cb = sizeof si;
-    si.dwFlags = STARTF_USESTDHANDLES;
-    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-    si.hStdOutput = create("out");
-    si.hStdError = create("err");
-    std::string command = "\"" + program + "\" " + arguments;
-    PROCESS_INFORMATION pi = {};
-    ProgramRun run;
-    if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si,
-                       &pi)) {
-        if (WaitForSingleObject(pi.hProcess, 60000) == WAIT_OBJECT_0)
-            GetExitCodeProcess(pi.hProcess, &run.code);
-        else
-            TerminateProcess(pi.hProcess, STILL_ACTIVE);
-        CloseHandle(pi.hThread);
-        CloseHandle(pi.hProcess);
-    } else {
-        run.code = GetLastError();
-    }
-    CloseHandle(si.hStdOutput);
-    CloseHandle(si.hStdError);
-    run.out = ReadFileText(dir.file("out"));
-    run.err = ReadFileText(dir.file("err"));
-    return run;
-}
-
 // One run: what it checks, the program and its arguments, the exit code and
 // the whole standard output expected. Standard error is expected whole; or,
 // after '*', as fragments separated by '|', each of which must appear, or

@@ -90,34 +90,29 @@ struct FakeToken {
 
     static FakeToken *current;
 
+    // Whether the call named fails here, its error then set.
+    static bool Fails(Failure call, DWORD error) {
+        if (current->failure != call) return false;
+        SetLastError(error);
+        return true;
+    }
+
     void Install(ScopedProcessToken &platform) {
         current = this;
         platform->AllocateAndInitializeSid = [](PSID_IDENTIFIER_AUTHORITY a, BYTE n, DWORD s0,
                                                 DWORD s1, DWORD s2, DWORD s3, DWORD s4, DWORD s5,
                                                 DWORD s6, DWORD s7, PSID *sid) -> BOOL {
-            if (current->failure == ALLOCATE_SID) {
-                SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-                return FALSE;
-            }
-            return AllocateAndInitializeSid(a, n, s0, s1, s2, s3, s4, s5, s6, s7, sid);
+            return !Fails(ALLOCATE_SID, ERROR_NOT_ENOUGH_MEMORY) &&
+                   AllocateAndInitializeSid(a, n, s0, s1, s2, s3, s4, s5, s6, s7, sid);
         };
         platform->OpenProcessToken = [](HANDLE p, DWORD access, HANDLE *token) -> BOOL {
-            if (current->failure == OPEN_TOKEN) {
-                SetLastError(ERROR_ACCESS_DENIED);
-                return FALSE;
-            }
-            return OpenProcessToken(p, access, token);
+            return !Fails(OPEN_TOKEN, ERROR_ACCESS_DENIED) && OpenProcessToken(p, access, token);
         };
         platform->GetTokenInformation = [](HANDLE token, TOKEN_INFORMATION_CLASS kind,
                                            void *buffer, DWORD size, DWORD *needed) -> BOOL {
-            if (current->failure == FIRST_QUERY && !buffer) {
-                SetLastError(ERROR_INVALID_HANDLE);
+            if (buffer ? Fails(SECOND_QUERY, ERROR_INVALID_PARAMETER)
+                       : Fails(FIRST_QUERY, ERROR_INVALID_HANDLE))
                 return FALSE;
-            }
-            if (current->failure == SECOND_QUERY && buffer) {
-                SetLastError(ERROR_INVALID_PARAMETER);
-                return FALSE;
-            }
             if (!current->localSystem) return GetTokenInformation(token, kind, buffer, size, needed);
             // A token whose user is LocalSystem (S-1-5-18).
             struct SystemUser {

@@ -4,17 +4,15 @@
 // status, leave no object behind and end no worker early or late.
 #include <gtest/gtest.h>
 
-#include <winsock2.h>
 #include <windows.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <new>
-#include <thread>
 
 #include "FakeSettings.h"
+#include "LoopbackHttpServer.h"
 #include "TestSupport.h"
 #include "com/Module.h"
 #include "resolver/BoundedWorker.h"
@@ -22,8 +20,8 @@
 
 namespace {
 
-// Counted only while armed, on every thread: the download and the script
-// run on workers. failAt 0 fails nothing.
+// Counted only while armed, on every thread but the test's own server's:
+// the download and the script run on workers. failAt 0 fails nothing.
 std::atomic<bool> g_armed{false};
 std::atomic<long> g_count{0};
 std::atomic<long> g_failAt{0};
@@ -35,7 +33,8 @@ std::atomic<long> g_failAt{0};
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 
 void *operator new(size_t size) {
-    if (g_armed.load() && ++g_count == g_failAt.load()) throw std::bad_alloc();
+    if (g_armed.load() && !LoopbackHttpServer::OnServingThread() && ++g_count == g_failAt.load())
+        throw std::bad_alloc();
     if (void *p = std::malloc(size ? size : 1)) return p;
     throw std::bad_alloc();
 }
@@ -46,60 +45,6 @@ void operator delete(void *p, size_t) noexcept { std::free(p); }
 void operator delete[](void *p, size_t) noexcept { std::free(p); }
 
 namespace {
-
-// A PAC server that allocates nothing: fixed buffers, one fixed answer,
-// so that only the library's allocations are counted and failed.
-class FixedPacServer {
-public:
-    explicit FixedPacServer(const char *body) {
-        snprintf(reply_, sizeof reply_,
-                 "HTTP/1.1 200 OK\r\nContent-Type: application/x-ns-proxy-autoconfig\r\n"
-                 "Content-Length: %u\r\nConnection: close\r\n\r\n%s",
-                 static_cast<unsigned>(strlen(body)), body);
-        WSADATA data;
-        WSAStartup(MAKEWORD(2, 2), &data);
-        listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int length = sizeof address;
-        bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        listen(listener_, SOMAXCONN);
-        getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length);
-        snprintf(url_, sizeof url_, "http://127.0.0.1:%u/proxy.pac",
-                 static_cast<unsigned>(ntohs(address.sin_port)));
-        thread_ = std::thread([this] { Serve(); });
-    }
-    ~FixedPacServer() {
-        closesocket(listener_);
-        thread_.join();
-        WSACleanup();
-    }
-    const char *url() const { return url_; }
-
-private:
-    void Serve() {
-        for (;;) {
-            SOCKET client = accept(listener_, nullptr, nullptr);
-            if (client == INVALID_SOCKET) return;
-            char request[4096];
-            int got = 0, total = 0;
-            while (total < static_cast<int>(sizeof request) - 1 &&
-                   (got = recv(client, request + total, sizeof request - 1 - total, 0)) > 0) {
-                total += got;
-                request[total] = '\0';
-                if (strstr(request, "\r\n\r\n")) break;
-            }
-            send(client, reply_, static_cast<int>(strlen(reply_)), 0);
-            shutdown(client, SD_SEND);
-            closesocket(client);
-        }
-    }
-    char reply_[1024];
-    char url_[64];
-    SOCKET listener_;
-    std::thread thread_;
-};
 
 struct Outcome {
     unsigned status;
@@ -160,18 +105,16 @@ TEST_F(FaultTest, FixedProxyWithBypassList) {
 }
 
 TEST_F(FaultTest, PacScriptFromALoopbackServer) {
-    struct Com {
-        HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        ~Com() {
-            if (SUCCEEDED(hr)) CoUninitialize();
-        }
-    } com;
-    FixedPacServer server(
-        "function FindProxyForURL(url, host) {\n"
-        "  if (isPlainHostname(host) || shExpMatch(host, '*.corp.example')) return 'DIRECT';\n"
-        "  return 'PROXY pac.example:3128; DIRECT';\n}\n");
+    ComApartment com;
+    LoopbackHttpServer server;
+    server.serve("/proxy.pac",
+                 HttpResponse::Text(
+                     "function FindProxyForURL(url, host) {\n"
+                     "  if (isPlainHostname(host) || shExpMatch(host, '*.corp.example')) return 'DIRECT';\n"
+                     "  return 'PROXY pac.example:3128; DIRECT';\n}\n"));
+    const std::string url = server.url("/proxy.pac");
     wininet_.flags = PROXY_TYPE_AUTO_PROXY_URL;
-    wininet_.autoConfigUrl = server.url();
+    wininet_.autoConfigUrl = url.c_str();
     Sweep("PAC script", 0);
     // Again with every trace line written: the tracer allocates too, in
     // destructors as well.

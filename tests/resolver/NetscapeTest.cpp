@@ -1,8 +1,8 @@
 // The Netscape Navigator path: the registry keys that lead to prefs.js, the
 // preference lines read from it, and the proxy it yields, down to a PAC
-// script on a server on 127.0.0.1 and up through the COM interface.
+// script on a server on 127.0.0.1 (through the interface in the untrusted
+// tests, where the library is loaded as a client loads it).
 #include "PacFixtures.h"
-#include "util/ComOwners.h"
 #include "resolver/NetscapePrefs.h"
 
 namespace {
@@ -10,7 +10,6 @@ namespace {
 const char kNavigatorKey[] = "Software\\Netscape\\Netscape Navigator";
 const char kMainKey[] = "Software\\Netscape\\Netscape Navigator\\4.8 (en)\\Main";
 const char kBiffKey[] = "Software\\Netscape\\Netscape Navigator\\biff";
-const char kDocumentClass[] = "RoutvaneTest.NetscapeDocument";
 
 std::string Pref(const std::string &name, const std::string &value) {
     return "user_pref(\"" + name + "\", " + value + ");\n";
@@ -49,14 +48,13 @@ protected:
                 line.find("Netscape", function) != std::string::npos &&
                 line.find("Entered") == std::string::npos &&
                 line.find("Exited") == std::string::npos)
-                texts.push_back(Text(line));
+                texts.push_back(LineText(line).substr(0, LineText(line).rfind(" (tid=")));
         }
         return texts;
     }
 
     ScopedKeyRemoved machineKey_{HKEY_LOCAL_MACHINE, "Software\\Netscape"};
     ScopedKeyRemoved userKey_{HKEY_CURRENT_USER, "Software\\Netscape"};
-    ScopedKeyRemoved classKey_{HKEY_CLASSES_ROOT, kDocumentClass};
     const std::string program_ = files_.file("Program");
     const std::string prefs_ = files_.file("Users\\alice\\prefs.js");
     const std::string path_ = program_ + "\\..\\Users\\alice\\prefs.js";
@@ -196,77 +194,6 @@ TEST_F(NetscapeTest, APrefsFileHeldOpenByNavigatorIsStillRead) {
     EXPECT_EQ(resolver_.GetProxyFromNetscape(0, "www.example.org", 80), 0u);
     CloseHandle(held);
     EXPECT_EQ(Entries(resolver_), std::vector<Entry>{Proxy("h", 80)});
-}
-
-// A client's view: the shell opens web pages with Navigator, and the
-// resolver comes from the library's class object. A script answering
-// nothing hands over to the WinINet settings, here unreadable.
-TEST_F(NetscapeTest, ThroughComTheScriptAnswersOrTheWinInetPathTakesOver) {
-    registry_.push_back(
-        ScopedRegistryValue::String("", kDocumentClass, HKEY_CLASSES_ROOT, ".html"));
-    registry_.push_back(ScopedRegistryValue::String(
-        "", "\"C:\\Program Files\\Netscape\\Communicator\\Program\\NETSCAPE.EXE\" -h \"%1\"",
-        HKEY_CLASSES_ROOT, std::string(kDocumentClass) + "\\shell\\open\\command"));
-    settings_->InternetQueryOptionA = [](HINTERNET, DWORD, void *, DWORD *) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    };
-    const std::string url = server_.url("/proxy.pac");
-    WriteFileText(prefs_, Type(2) + Pref("network.proxy.autoconfig_url", Quoted(url)));
-    const struct {
-        std::string script;
-        uint32_t status;
-        unsigned browser;
-        std::vector<Entry> entries;
-    } rows[] = {
-        {"function FindProxyForURL(url, host) {\n"
-         "    if (shExpMatch(host, \"*.example.org\"))\n"
-         "        return \"PROXY first.example:1111; PROXY second.example:2222; DIRECT\";\n"
-         "    return \"DIRECT\";\n"
-         "}\n",
-         0, ROUTVANE_BROWSER_NETSCAPE,
-         {Proxy("first.example", 1111), Proxy("second.example", 2222), kDirect}},
-        {Returning("\"\""), 2, ROUTVANE_BROWSER_IE, {}},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.status);
-        StartTrace();
-        server_.serve("/proxy.pac", HttpResponse::Text(row.script));
-        ComPtr<IClassFactory> factory;
-        ComPtr<IRoutvane> client;
-        ASSERT_EQ(DllGetClassObject(CLSID_Routvane, IID_IClassFactory, factory.outVoid()), S_OK);
-        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane, client.outVoid()), S_OK);
-        EXPECT_EQ(client->RoutvaneBrowser(0, "www.example.org", 443), row.status);
-        unsigned browser = 99;
-        EXPECT_TRUE(client->GetBrowser(&browser));
-        EXPECT_EQ(browser, row.browser);
-        std::vector<Entry> entries;
-        for (int i = 0; i < client->GetProxyCount() && i < 8; ++i) {
-            bool direct = i < 2;  // the opposite of the answer
-            char host[64] = "untouched";
-            unsigned port = 99;
-            EXPECT_TRUE(client->GetProxy(i, &direct, host, sizeof host, &port));
-            entries.push_back(Entry{direct ? PROXY_ENTRY_DIRECT : PROXY_ENTRY_PROXY, host, port});
-        }
-        EXPECT_EQ(entries, row.entries);
-        char buffer[4096] = {};
-        EXPECT_TRUE(client->GetAutoConfigURL(buffer, sizeof buffer));
-        EXPECT_EQ(std::string(buffer), url);
-        EXPECT_TRUE(client->GetAutoConfigScript(buffer, sizeof buffer));
-        EXPECT_EQ(std::string(buffer), row.script);
-        // The script stands whole in the trace file between its markers.
-        std::string traced;
-        for (char c : ReadFileText(trace_->path()))
-            if (c != '\r') traced += c;
-        const size_t begin = traced.find("--- BEGIN SCRIPT ---");
-        const size_t end = traced.find("--- END SCRIPT ---");
-        ASSERT_LT(begin, end);
-        ASSERT_NE(end, std::string::npos);
-        EXPECT_NE(traced.substr(begin, end - begin).find(row.script), std::string::npos);
-        EXPECT_EQ(Messages("Found empty proxy return return").size(), row.status / 2);
-        EXPECT_EQ(Messages("INTERNET_OPTION_PER_CONNECTION_OPTION) failed:  87").empty(),
-                  row.status == 0);
-    }
 }
 
 }  // namespace

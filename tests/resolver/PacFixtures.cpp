@@ -13,19 +13,6 @@ std::vector<Entry> Entries(const Routvane &resolver) {
     return out;
 }
 
-std::vector<std::string> DirectoryEntries(const std::string &path) {
-    std::vector<std::string> names;
-    WIN32_FIND_DATAA data;
-    HANDLE find = FindFirstFileA((path + "\\*").c_str(), &data);
-    if (find == INVALID_HANDLE_VALUE) return names;
-    do {
-        const std::string name = data.cFileName;
-        if (name != "." && name != "..") names.push_back(name);
-    } while (FindNextFileA(find, &data));
-    FindClose(find);
-    return names;
-}
-
 int WinInetLog::open = 0;
 std::vector<std::string> WinInetLog::calls;
 static HINTERNET session;
@@ -76,15 +63,4 @@ void PacTest::StartTrace() {
     trace_.reset();
     trace_ =
         std::make_unique<ScopedTrace>(files_.file("trace" + std::to_string(++traces_) + ".log"));
-}
-
-std::string PacTest::Text(const std::string &line) {
-    const std::string text = LineText(line);
-    return text.substr(0, text.rfind(" (tid="));
-}
-
-std::vector<std::string> PacTest::Messages(const std::string &fragment) const {
-    std::vector<std::string> texts;
-    for (const std::string &line : trace_->linesWith(fragment)) texts.push_back(Text(line));
-    return texts;
 }

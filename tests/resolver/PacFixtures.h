@@ -8,7 +8,6 @@
 #include <windows.h>
 #include <objbase.h>
 
-#include <cstdlib>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -19,26 +18,6 @@
 #include "resolver/Routvane.h"
 #include "resolver/WinInetDownload.h"
 #include "resolver/WinInetSettings.h"
-
-// Sets (or with unset, removes) an environment variable for the C library
-// and the process alike, and puts back what was there when it goes.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const std::string &name, const std::string &value, bool unset = false)
-        : name_(name),
-          had_(getenv(name.c_str()) != nullptr),
-          old_(had_ ? getenv(name.c_str()) : "") {
-        _putenv_s(name.c_str(), unset ? "" : value.c_str());
-    }
-    ~ScopedEnvironment() { _putenv_s(name_.c_str(), had_ ? old_.c_str() : ""); }
-    ScopedEnvironment(const ScopedEnvironment &) = delete;
-    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
-
-private:
-    const std::string name_;
-    const bool had_;
-    const std::string old_;
-};
 
 struct Entry {
     uint32_t kind;
@@ -60,9 +39,6 @@ inline std::string Returning(const std::string &expression) {
     return "function FindProxyForURL(url, host) {\n    return " + expression + ";\n}\n";
 }
 
-// The names in a folder, "." and ".." left out.
-std::vector<std::string> DirectoryEntries(const std::string &path);
-
 // The WinINet calls made through the download seam, one line each, such as
 // "open OvrenaTessel 1", "option 2 4 5000", "url 84000200 -1", "close session".
 struct WinInetLog {
@@ -76,17 +52,12 @@ protected:
     void TearDown() override;
     // A fresh trace file, so that a row of a table sees its own lines only.
     void StartTrace();
-    // Message texts, without line prefix and thread tail, holding the fragment.
-    std::vector<std::string> Messages(const std::string &fragment) const;
-    static std::string Text(const std::string &line);
+    std::vector<std::string> Messages(const std::string &fragment) const {
+        return trace_->messages(fragment);
+    }
     uint32_t Read(const std::string &url) { return resolver_.readURL(url, script_); }
 
-    struct Com {
-        HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        ~Com() {
-            if (SUCCEEDED(hr)) CoUninitialize();
-        }
-    } com_;
+    ComApartment com_;
     LoopbackHttpServer server_;
     ScopedWinInetDownload download_;
     ScopedWinInetSettings settings_;

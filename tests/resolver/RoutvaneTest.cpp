@@ -65,12 +65,6 @@ TEST_F(RoutvaneTest, TokenFailuresCountAsNotLocalSystem) {
     }
 }
 
-TEST_F(RoutvaneTest, TheRealTokenOfThisProcessIsNotLocalSystem) {
-    ScopedProcessToken real;
-    ProcessToken() = RealProcessToken();
-    EXPECT_FALSE(IsLocalSystem());
-}
-
 TEST_F(RoutvaneTest, TwoResolvesOnOneObjectKeepBothEntries) {
     Resolver r;
     EXPECT_EQ(r->RoutvaneBrowser(0, "a.example", 80), ROUTVANE_PROXY);
@@ -113,42 +107,39 @@ struct Guarded {
 
 TEST_F(RoutvaneTest, GetProxyKeepsToItsIndexesAndBuffers) {
     Resolver r;
-    // Before any entry every index is refused, 0 included.
-    for (int index : {0, 1, -1, INT_MAX, INT_MIN}) {
-        Guarded g;
-        bool direct = true;
-        unsigned port = 7;
-        EXPECT_FALSE(r->GetProxy(index, &direct, g.buffer(), 8, &port)) << index;
-        EXPECT_TRUE(direct);
-        EXPECT_EQ(port, 7u);
-        EXPECT_TRUE(g.guardsIntact(0));
-    }
-    ASSERT_EQ(r->RoutvaneBrowser(0, "www.example.com", 443), ROUTVANE_PROXY);
+    // Before the resolve every index is refused, 0 included; a refusal
+    // touches nothing.
     const struct {
+        bool resolved;
         int index;
         int size;
         bool accepted;
         const char *host;
     } rows[] = {
-        {0, 5, true, "prox"},       {0, 64, true, "proxyhost"}, {0, 10, true, "proxyhost"},
-        {0, 9, true, "proxyhos"},   {0, 1, true, ""},            {0, 0, true, nullptr},
-        {0, -5, true, nullptr},     {1, 64, false, nullptr},     {-1, 64, false, nullptr},
-        {INT_MAX, 64, false, nullptr}, {INT_MIN, 64, false, nullptr},
+        {false, 0, 8, false, nullptr},      {false, 1, 8, false, nullptr},
+        {false, -1, 8, false, nullptr},     {false, INT_MAX, 8, false, nullptr},
+        {false, INT_MIN, 8, false, nullptr}, {true, 0, 5, true, "prox"},
+        {true, 0, 64, true, "proxyhost"},   {true, 0, 10, true, "proxyhost"},
+        {true, 0, 9, true, "proxyhos"},     {true, 0, 1, true, ""},
+        {true, 0, 0, true, nullptr},        {true, 0, -5, true, nullptr},
+        {true, 1, 64, false, nullptr},      {true, -1, 64, false, nullptr},
+        {true, INT_MAX, 64, false, nullptr}, {true, INT_MIN, 64, false, nullptr},
     };
     for (const auto &row : rows) {
+        if (row.resolved && r->GetProxyCount() == 0) {
+            ASSERT_EQ(r->RoutvaneBrowser(0, "www.example.com", 443), ROUTVANE_PROXY);
+        }
         Guarded g;
         bool direct = true;
         unsigned port = 7;
         EXPECT_EQ(r->GetProxy(row.index, &direct, g.buffer(), row.size, &port), row.accepted)
-            << row.index << "/" << row.size;
-        EXPECT_TRUE(g.guardsIntact(row.size)) << row.index << "/" << row.size;
+            << row.resolved << " " << row.index << "/" << row.size;
+        EXPECT_TRUE(g.guardsIntact(row.accepted ? row.size : 0)) << row.index << "/" << row.size;
         if (row.host) {
             EXPECT_STREQ(g.buffer(), row.host);
         }
-        if (row.accepted) {
-            EXPECT_FALSE(direct);
-            EXPECT_EQ(port, 8080u);
-        }
+        EXPECT_EQ(direct, !row.accepted) << row.index << "/" << row.size;
+        EXPECT_EQ(port, row.accepted ? 8080u : 7u) << row.index << "/" << row.size;
     }
     EXPECT_TRUE(r->GetProxy(0, nullptr, nullptr, 64, nullptr));
 }
@@ -182,44 +173,35 @@ TEST_F(RoutvaneTest, OddTargetsAndPortsAreAnswered) {
     }
 }
 
-struct BrowserCase {
-    const char *name;
-    const char *command;  // null: no command key at all
-    unsigned code;
-    const char *line;
-};
-
-class DefaultBrowserTest : public testing::TestWithParam<BrowserCase> {};
-
-TEST_P(DefaultBrowserTest, FollowsTheOpenCommand) {
-    const BrowserCase &c = GetParam();
-    TempDir dir;
-    ScopedTrace trace(dir.file("t.txt"));
-    std::unique_ptr<ScopedBrowserCommand> browser;
-    std::unique_ptr<ScopedKeyRemoved> command;
-    browser.reset(new ScopedBrowserCommand(c.command ? c.command : ""));
-    if (!c.command)
-        command.reset(new ScopedKeyRemoved(HKEY_CLASSES_ROOT, "RoutvaneTestDocument\\shell\\open\\command"));
-    EXPECT_EQ(GetDefaultBrowser(), c.code);
-    if (c.line) {
-        EXPECT_EQ(trace.linesWith(c.line).size(), 1u) << c.line;
+TEST(DefaultBrowserTest, FollowsTheOpenCommand) {
+    const std::string longCommand = "C:\\" + std::string(600, 'n') + "\\iexplore.exe";
+    const struct {
+        const char *command;  // null: no command key at all
+        unsigned code;
+        const char *line;
+    } rows[] = {
+        {"C:\\PROGRA~1\\IEXPLORE.EXE -nohome", 0, nullptr},
+        {"C:\\Program Files\\Netscape\\NETSCAPE.EXE", 1, nullptr},
+        {"C:\\other\\browser.exe \"%1\"", 0, "Command is \"C:\\other\\browser.exe \"%1\"\""},
+        {"winebrowser", 0, "Defaulting to IE"},
+        {nullptr, 0, "Couldn't get open command key"},
+        {longCommand.c_str(), 0, "Couldn't get open command value"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.command ? std::string(row.command).substr(0, 40) : "no command key");
+        TempDir dir;
+        ScopedTrace trace(dir.file("t.txt"));
+        ScopedBrowserCommand browser(row.command ? row.command : "");
+        std::unique_ptr<ScopedKeyRemoved> command;
+        if (!row.command)
+            command.reset(new ScopedKeyRemoved(HKEY_CLASSES_ROOT, "RoutvaneTestDocument\\shell\\open\\command"));
+        EXPECT_EQ(GetDefaultBrowser(), row.code);
+        if (row.line) {
+            EXPECT_EQ(trace.linesWith(row.line).size(), 1u) << row.line;
+        }
+        EXPECT_EQ(trace.linesWith("Returning " + std::to_string(row.code) + " ").size(), 1u);
     }
-    EXPECT_EQ(trace.linesWith("Returning " + std::to_string(c.code) + " ").size(), 1u);
 }
-
-const std::string kLongCommand = "C:\\" + std::string(600, 'n') + "\\iexplore.exe";
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, DefaultBrowserTest,
-    testing::Values(BrowserCase{"ie_capitals", "C:\\PROGRA~1\\IEXPLORE.EXE -nohome", 0, nullptr},
-                    BrowserCase{"netscape", "C:\\Program Files\\Netscape\\NETSCAPE.EXE", 1, nullptr},
-                    BrowserCase{"other", "C:\\other\\browser.exe \"%1\"", 0,
-                                "Command is \"C:\\other\\browser.exe \"%1\"\""},
-                    BrowserCase{"other_defaults", "winebrowser", 0, "Defaulting to IE"},
-                    BrowserCase{"no_command", nullptr, 0, "Couldn't get open command key"},
-                    BrowserCase{"overlong_command", kLongCommand.c_str(), 0,
-                                "Couldn't get open command value"}),
-    [](const testing::TestParamInfo<BrowserCase> &info) { return std::string(info.param.name); });
 
 TEST(DefaultBrowserAssociationTest, MissingOrBrokenAssociationsDefaultToIE) {
     TempDir dir;

@@ -7,7 +7,6 @@
 #include "FakeSettings.h"
 #include "PacFixtures.h"
 
-#include <functional>
 #include <memory>
 
 #include "com/Module.h"
@@ -81,15 +80,11 @@ public:
     FullBacklog() {
         WSADATA data;
         WSAStartup(MAKEWORD(2, 2), &data);
-        listener_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+        listener_ = LoopbackListener(1, port_);
         sockaddr_in address = {};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        int length = sizeof address;
-        bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address);
-        listen(listener_, 1);
-        getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &length);
-        port_ = ntohs(address.sin_port);
+        address.sin_port = htons(port_);
         for (int i = 0; i < 8; ++i) {
             SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
             u_long nonBlocking = 1;
@@ -151,20 +146,10 @@ protected:
         trace_ = std::make_unique<ScopedTrace>(dir_.file(name + ".log"));
     }
     std::vector<std::string> Messages(const std::string &fragment) const {
-        std::vector<std::string> texts;
-        for (const std::string &line : trace_->linesWith(fragment)) {
-            const std::string text = LineText(line);
-            texts.push_back(text.substr(0, text.rfind(" (tid=")));
-        }
-        return texts;
+        return trace_->messages(fragment);
     }
 
-    struct Com {
-        HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        ~Com() {
-            if (SUCCEEDED(hr)) CoUninitialize();
-        }
-    } com_;
+    ComApartment com_;
     ScopedWinInetSettings settings_;
     FakeWinInet wininet_;
     ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
@@ -180,12 +165,7 @@ protected:
 const DWORD kMarginMs = 1000;
 const std::string kProxyScript = Returning("\"PROXY pac.example:3128\"");
 
-HttpResponse Hostile(std::function<void(HttpResponse &)> arrange,
-                     const std::string &body = kProxyScript) {
-    HttpResponse r = HttpResponse::Text(body);
-    arrange(r);
-    return r;
-}
+const HttpResponse kProxyAnswer = HttpResponse::Text(kProxyScript);
 
 TEST_F(UntrustedTest, HostileServersAreLeftAtTheirBound) {
     const std::string big(6 * 1024 * 1024 - kProxyScript.size(), '/');
@@ -198,32 +178,22 @@ TEST_F(UntrustedTest, HostileServersAreLeftAtTheirBound) {
         std::string line;
         DWORD boundMs;  // 0: no bound checked, the call ends by itself
     } rows[] = {
-        {"stalls after the headers", Hostile([](HttpResponse &r) {
-             r.sendLimit = 0;
-             r.holdMs = 60000;
-         }),
-         1, 60, 0, 2, stalled, 1000},
-        {"stalls mid-body", Hostile([](HttpResponse &r) {
-             r.sendLimit = r.body.size() / 2;
-             r.holdMs = 60000;
-         }),
-         1, 60, 0, 2, stalled, 1000},
-        {"accepts and never answers", Hostile([](HttpResponse &r) { r.delayMs = 60000; }), 1,
-         60, 0, 2, stalled, 1000},
+        {"stalls after the headers", kProxyAnswer.stoppingAfter(0, 60000), 1, 60, 0, 2, stalled,
+         1000},
+        {"stalls mid-body", kProxyAnswer.stoppingAfter(kProxyScript.size() / 2, 60000), 1, 60, 0,
+         2, stalled, 1000},
+        {"accepts and never answers", kProxyAnswer.delayedBy(60000), 1, 60, 0, 2, stalled, 1000},
         // WinINet hands back nothing until its buffer is full: as the
         // caller sees it, a drip is a stall.
-        {"drips a byte every 2 s", Hostile([](HttpResponse &r) { r.dripMs = 2000; }), 1, 60, 0,
-         2, stalled, 1000},
-        {"sends 4 KiB every 0.5 s", Hostile([](HttpResponse &r) {
-             r.dripMs = 500;
-             r.dripBytes = 4096;
-         }, kProxyScript + std::string(256 * 1024, '/')),
-         1, 2, 0, 2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
+        {"drips a byte every 2 s", kProxyAnswer.dripping(2000), 1, 60, 0, 2, stalled, 1000},
+        {"sends 4 KiB every 0.5 s",
+         HttpResponse::Text(kProxyScript + std::string(256 * 1024, '/')).dripping(500, 4096), 1,
+         2, 0, 2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
         {"full backlog", HttpResponse(), 1, 60, 0, 2, stalled, 1000},
-        {"endless body without length", Hostile([](HttpResponse &r) {
-             r.announcedLength = HttpResponse::kNoLength;
-             r.holdMs = 60000;
-         }, kProxyScript + std::string(1024 * 1024, '/')),
+        {"endless body without length",
+         HttpResponse::Text(kProxyScript + std::string(1024 * 1024, '/'))
+             .announcing(HttpResponse::kNoLength)
+             .stoppingAfter(SIZE_MAX, 60000),
          1, 60, 65536, 2, "Download exceeds WPADMaxScriptSize (65536 bytes)", 0},
         {"script of exactly the limit", HttpResponse::Text(kProxyScript), 1, 60,
          static_cast<DWORD>(kProxyScript.size()), 0, "FindProxyForURL returned:  ", 0},
@@ -274,7 +244,7 @@ TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
     std::vector<DWORD> workers;
     {
         LoopbackHttpServer server;
-        server.serve("/proxy.pac", Hostile([](HttpResponse &r) { r.delayMs = 60000; }));
+        server.serve("/proxy.pac", kProxyAnswer.delayedBy(60000));
         int stalledCalls = 0;
         for (int i = 0; i < 20; ++i) {
             const Resolve got = Run(server.url("/proxy.pac"));
@@ -302,42 +272,53 @@ TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
     EXPECT_LE(handlesAfter, handles + 4);
 }
 
-// The library as a client loads it: a worker keeps it loaded after the
-// client's FreeLibrary, and it goes when the worker ends: an abandoned one
-// when its server lets go, an idle one when no further job comes.
-TEST_F(UntrustedTest, TheLibraryStaysLoadedUntilItsLastWorkerEnds) {
+// The library as a client loads it, Navigator the default browser and its
+// preferences naming the script: the answer read back through the
+// interface; a script answering nothing hands over to the WinINet settings
+// (Wine's own). A worker keeps the library loaded after the client's
+// FreeLibrary, and it goes when the worker ends: an abandoned one when its
+// server lets go, an idle one when no further job comes.
+TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorkerEnds) {
     auto server = std::make_unique<LoopbackHttpServer>();
-    // The library's own WinINet settings come from Wine, which names no
-    // script: the script is named by Navigator's preferences instead.
     const std::string navigator = "Software\\Netscape\\Netscape Navigator";
     ScopedKeyRemoved machine(HKEY_LOCAL_MACHINE, "Software\\Netscape");
     ScopedKeyRemoved user(HKEY_CURRENT_USER, "Software\\Netscape");
-    ScopedBrowserCommand browser("\"C:\\Program Files\\Netscape\\netscape.exe\" %1");
+    ScopedBrowserCommand browser("\"C:\\Program Files\\Netscape\\netscape.exe\" -h \"%1\"");
     CreateDirectoryA(dir_.file("Program").c_str(), nullptr);
     CreateDirectoryA(dir_.file("Users").c_str(), nullptr);
     CreateDirectoryA(dir_.file("Users\\alice").c_str(), nullptr);
-    WriteFileText(dir_.file("Users\\alice\\prefs.js"),
-                  "user_pref(\"network.proxy.type\", 2);\n"
-                  "user_pref(\"network.proxy.autoconfig_url\", \"" +
-                      server->url("/proxy.pac") + "\");\n");
+    const auto namePac = [&] {
+        WriteFileText(dir_.file("Users\\alice\\prefs.js"),
+                      "user_pref(\"network.proxy.type\", 2);\n"
+                      "user_pref(\"network.proxy.autoconfig_url\", \"" +
+                          server->url("/proxy.pac") + "\");\n");
+    };
+    namePac();
     auto version = ScopedRegistryValue::String("CurrentVersion", "4.8 (en)", HKEY_LOCAL_MACHINE,
                                                navigator);
     auto install = ScopedRegistryValue::String("Install Directory", dir_.file("Program"),
                                                HKEY_LOCAL_MACHINE, navigator + "\\4.8 (en)\\Main");
     auto current = ScopedRegistryValue::String("CurrentUser", "alice", HKEY_CURRENT_USER,
                                                navigator + "\\biff");
-    char path[MAX_PATH];
-    GetModuleFileNameA(nullptr, path, sizeof path);
-    std::string dll = path;
-    dll = dll.substr(0, dll.find_last_of("\\/") + 1) + "routvane.dll";
+    const std::string dll = Beside("routvane.dll");
+    const std::string answering =
+        "function FindProxyForURL(url, host) {\n"
+        "    if (shExpMatch(host, \"*.example.com\"))\n"
+        "        return \"PROXY first.example:1111; PROXY second.example:2222; DIRECT\";\n"
+        "    return \"DIRECT\";\n"
+        "}\n";
     const struct {
         const char *name;
         HttpResponse response;
-        unsigned status;
+        unsigned status, browser;
+        std::vector<Entry> entries;
         HRESULT canUnload;  // once the client let go of its objects
     } rows[] = {
-        {"abandoned", Hostile([](HttpResponse &r) { r.delayMs = 60000; }), 2, S_FALSE},
-        {"idle", HttpResponse::Text(kProxyScript), 0, S_OK},
+        {"abandoned", kProxyAnswer.delayedBy(60000), 2,
+         ROUTVANE_BROWSER_NETSCAPE, {}, S_FALSE},
+        {"idle", HttpResponse::Text(answering), 0, ROUTVANE_BROWSER_NETSCAPE,
+         {Proxy("first.example", 1111), Proxy("second.example", 2222), kDirect}, S_OK},
+        {"answers nothing", HttpResponse::Text(Returning("\"\"")), 1, ROUTVANE_BROWSER_IE, {}, S_OK},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
@@ -361,28 +342,55 @@ TEST_F(UntrustedTest, TheLibraryStaysLoadedUntilItsLastWorkerEnds) {
                   S_OK);
         factory->Release();
         const DWORD start = GetTickCount();
-        EXPECT_EQ(resolver->RoutvaneBrowser(0, "www.example.com", 80), row.status);
+        EXPECT_EQ(resolver->RoutvaneBrowser(0, "www.example.com", 443), row.status);
         EXPECT_LE(GetTickCount() - start, 1000 + kMarginMs);
+        unsigned browserCode = 99;
+        EXPECT_TRUE(resolver->GetBrowser(&browserCode));
+        EXPECT_EQ(browserCode, row.browser);
+        std::vector<Entry> entries;
+        for (int i = 0; i < resolver->GetProxyCount() && i < 8; ++i) {
+            bool direct = i < 2;  // the opposite of the answer
+            char host[64] = "untouched";
+            unsigned port = 99;
+            EXPECT_TRUE(resolver->GetProxy(i, &direct, host, sizeof host, &port));
+            entries.push_back(Entry{direct ? PROXY_ENTRY_DIRECT : PROXY_ENTRY_PROXY, host, port});
+        }
+        EXPECT_EQ(entries, row.entries);
+        if (row.status != 2) {
+            char buffer[4096] = {};
+            EXPECT_TRUE(resolver->GetAutoConfigURL(buffer, sizeof buffer));
+            EXPECT_EQ(std::string(buffer), server->url("/proxy.pac"));
+            EXPECT_TRUE(resolver->GetAutoConfigScript(buffer, sizeof buffer));
+            EXPECT_EQ(std::string(buffer), row.response.body);
+            // The script stands whole in the trace file between its markers.
+            std::string traced;
+            for (char c : ReadFileText(trace_->path()))
+                if (c != '\r') traced += c;
+            const size_t begin = traced.find("--- BEGIN SCRIPT ---");
+            const size_t end = traced.find("--- END SCRIPT ---");
+            ASSERT_LT(begin, end);
+            ASSERT_NE(end, std::string::npos);
+            EXPECT_NE(traced.substr(begin, end - begin).find(row.response.body), std::string::npos);
+            EXPECT_EQ(Messages("Found empty proxy return return").size(), row.entries.empty());
+        }
         resolver->Release();
-        const auto lines = Messages("runs on worker thread ");
-        ASSERT_FALSE(lines.empty());
-        const std::string &last = lines.back();
-        HANDLE worker = OpenThread(SYNCHRONIZE, FALSE, std::stoul(last.substr(last.rfind(' ') + 1)));
-        ASSERT_NE(worker, nullptr);
+        // The download's worker and the script's, which may be one thread
+        // or two; one that ended already cannot be opened.
+        std::vector<HANDLE> workers;
+        for (const std::string &line : Messages("runs on worker thread "))
+            if (HANDLE h = OpenThread(SYNCHRONIZE, FALSE, std::stoul(line.substr(line.rfind(' ') + 1))))
+                workers.push_back(h);
+        ASSERT_FALSE(workers.empty());
         EXPECT_EQ(canUnloadNow(), row.canUnload);
         FreeLibrary(library);
         EXPECT_EQ(GetModuleHandleA(dll.c_str()), library);
         if (row.status == 2) server = std::make_unique<LoopbackHttpServer>();
-        EXPECT_EQ(WaitForSingleObject(worker, 10000), WAIT_OBJECT_0);
-        CloseHandle(worker);
+        EXPECT_EQ(WaitForMultipleObjects(static_cast<DWORD>(workers.size()), workers.data(), TRUE,
+                                         10000),
+                  WAIT_OBJECT_0);
+        for (HANDLE h : workers) CloseHandle(h);
         EXPECT_EQ(GetModuleHandleA(dll.c_str()), nullptr);
-        if (row.status == 2) {
-            // The new server's address for the next row.
-            WriteFileText(dir_.file("Users\\alice\\prefs.js"),
-                          "user_pref(\"network.proxy.type\", 2);\n"
-                          "user_pref(\"network.proxy.autoconfig_url\", \"" +
-                              server->url("/proxy.pac") + "\");\n");
-        }
+        namePac();  // the new server's address for the next row
     }
 }
 

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 
-namespace {
-
 SOCKET LoopbackListener(int backlog, unsigned short &port) {
     SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     if (s == INVALID_SOCKET) return s;
@@ -25,6 +23,8 @@ SOCKET LoopbackListener(int backlog, unsigned short &port) {
     return s;
 }
 
+namespace {
+
 std::string LoopbackUrl(unsigned short port, const std::string &path) {
     char base[64];
     snprintf(base, sizeof base, "http://127.0.0.1:%u", static_cast<unsigned>(port));
@@ -41,21 +41,6 @@ bool SendAll(SOCKET s, const char *data, size_t size) {
         size -= static_cast<size_t>(sent);
     }
     return true;
-}
-
-std::string HeaderValue(const std::string &head, const std::string &name) {
-    std::string lower = head;
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
-    std::string key = "\r\n" + name + ":";
-    std::transform(key.begin(), key.end(), key.begin(),
-                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
-    const size_t at = lower.find(key);
-    if (at == std::string::npos) return "";
-    size_t begin = at + key.size();
-    while (begin < head.size() && head[begin] == ' ') ++begin;
-    const size_t end = head.find("\r\n", begin);
-    return head.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
 }
 
 }  // namespace
@@ -103,11 +88,6 @@ std::vector<std::string> LoopbackHttpServer::requests() const {
     return std::vector<std::string>(requests_.begin(), requests_.end());
 }
 
-std::string LoopbackHttpServer::lastUserAgent() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return HeaderValue(lastHead_, "User-Agent");
-}
-
 std::string LoopbackHttpServer::lastRequestHead() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return lastHead_;
@@ -125,7 +105,14 @@ HttpResponse LoopbackHttpServer::lookup(const std::string &target) const {
     return missing;
 }
 
+namespace {
+thread_local bool t_serving = false;
+}  // namespace
+
+bool LoopbackHttpServer::OnServingThread() { return t_serving; }
+
 void LoopbackHttpServer::acceptLoop() {
+    t_serving = true;
     // One connection at a time: a download opens one connection per request
     // and closes it before the next, and a server without worker threads
     // leaves the process's handle count alone.

@@ -47,6 +47,26 @@ struct HttpResponse {
 
     static HttpResponse Text(std::string body,
                              std::string contentType = "application/x-ns-proxy-autoconfig");
+    // The misbehaviours, one setter each, to be chained on a Text answer.
+    HttpResponse withStatus(int s) const { return with([&](HttpResponse &r) { r.status = s; }); }
+    HttpResponse announcing(int64_t n) const {
+        return with([&](HttpResponse &r) { r.announcedLength = n; });
+    }
+    HttpResponse delayedBy(DWORD ms) const { return with([&](HttpResponse &r) { r.delayMs = ms; }); }
+    HttpResponse stoppingAfter(size_t bytes, DWORD holdFor) const {
+        return with([&](HttpResponse &r) { r.sendLimit = bytes, r.holdMs = holdFor; });
+    }
+    HttpResponse dripping(DWORD ms, size_t bytes = 1) const {
+        return with([&](HttpResponse &r) { r.dripMs = ms, r.dripBytes = bytes; });
+    }
+
+private:
+    template <typename F>
+    HttpResponse with(F change) const {
+        HttpResponse r = *this;
+        change(r);
+        return r;
+    }
 };
 
 class LoopbackHttpServer {
@@ -68,12 +88,13 @@ public:
     // grow the process it measures.
     static constexpr size_t kRequestsKept = 1024;
     std::vector<std::string> requests() const;
-    // The User-Agent header of the last request.
-    std::string lastUserAgent() const;
     // Request headers of the last request, as sent.
     std::string lastRequestHead() const;
     // Connections that closed or fell silent before a request line came.
     int silentConnections() const { return silentConnections_; }
+    // Whether the calling thread is one that serves connections: a test
+    // counting the allocations of the code under test leaves these out.
+    static bool OnServingThread();
 
 private:
     void acceptLoop();
@@ -92,6 +113,10 @@ private:
     bool stopping_ = false;
     std::atomic<int> silentConnections_{0};
 };
+
+// A socket listening on 127.0.0.1 at a port the system chose (port), or
+// INVALID_SOCKET.
+SOCKET LoopbackListener(int backlog, unsigned short &port);
 
 // A port on 127.0.0.1 that was free a moment ago: nothing listens there, so
 // a connection attempt is refused at once.

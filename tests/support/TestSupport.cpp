@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -55,16 +56,12 @@ ScopedRegistryValue::~ScopedRegistryValue() {
 
 ScopedRegistryValue ScopedRegistryValue::String(const std::string &name, const std::string &value,
                                                 HKEY root, const std::string &key) {
-    ScopedRegistryValue v(root, key, name);
-    v.set(REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1));
-    return v;
+    return Raw(name, REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1), root, key);
 }
 
 ScopedRegistryValue ScopedRegistryValue::Dword(const std::string &name, DWORD value, HKEY root,
                                                const std::string &key) {
-    ScopedRegistryValue v(root, key, name);
-    v.set(REG_DWORD, &value, sizeof value);
-    return v;
+    return Raw(name, REG_DWORD, &value, sizeof value, root, key);
 }
 
 ScopedRegistryValue ScopedRegistryValue::Raw(const std::string &name, DWORD type, const void *data,
@@ -87,67 +84,39 @@ void DeleteRegistryTree(HKEY root, const std::string &key) {
     RegDeleteKeyA(root, key.c_str());
 }
 
-namespace {
-
-void SaveTree(HKEY key, ScopedKeyRemoved::Tree &tree) {
-    for (DWORD i = 0;; ++i) {
-        char name[16384];
-        DWORD nameLength = sizeof name;
-        DWORD type = 0;
-        DWORD size = 0;
-        if (RegEnumValueA(key, i, name, &nameLength, nullptr, &type, nullptr, &size) !=
-            ERROR_SUCCESS)
-            break;
-        ScopedKeyRemoved::Value value{std::string(name, nameLength), type,
-                                      std::vector<BYTE>(size)};
-        nameLength = sizeof name;
-        RegEnumValueA(key, i, name, &nameLength, nullptr, &type, value.data.data(), &size);
-        tree.values.push_back(std::move(value));
-    }
-    for (DWORD i = 0;; ++i) {
-        char name[256];
-        DWORD nameLength = sizeof name;
-        if (RegEnumKeyExA(key, i, name, &nameLength, nullptr, nullptr, nullptr, nullptr) !=
-            ERROR_SUCCESS)
-            break;
-        HKEY child = nullptr;
-        if (RegOpenKeyExA(key, name, 0, KEY_READ, &child) != ERROR_SUCCESS) continue;
-        ScopedKeyRemoved::Tree sub;
-        sub.name = name;
-        SaveTree(child, sub);
-        RegCloseKey(child);
-        tree.children.push_back(std::move(sub));
-    }
-}
-
-void RestoreTree(HKEY parent, const ScopedKeyRemoved::Tree &tree) {
-    HKEY key = nullptr;
-    if (RegCreateKeyExA(parent, tree.name.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
-                        nullptr) != ERROR_SUCCESS)
-        return;
-    for (const auto &value : tree.values)
-        RegSetValueExA(key, value.name.empty() ? nullptr : value.name.c_str(), 0, value.type,
-                       value.data.data(), static_cast<DWORD>(value.data.size()));
-    for (const auto &child : tree.children) RestoreTree(key, child);
-    RegCloseKey(key);
-}
-
-}  // namespace
-
 ScopedKeyRemoved::ScopedKeyRemoved(HKEY root, const std::string &key) : root_(root), key_(key) {
-    HKEY k = nullptr;
-    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return;
-    existed_ = true;
-    saved_.name = key_;
-    SaveTree(k, saved_);
-    RegCloseKey(k);
+    static unsigned counter = 0;
+    HKEY from = nullptr, to = nullptr;
+    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &from) != ERROR_SUCCESS) return;
+    parked_ = "Software\\RoutvaneTestParked\\" + std::to_string(GetCurrentProcessId()) + "-" +
+              std::to_string(++counter);
+    RegCreateKeyExA(HKEY_CURRENT_USER, parked_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                    &to, nullptr);
+    RegCopyTreeA(from, nullptr, to);
+    RegCloseKey(to);
+    RegCloseKey(from);
     DeleteRegistryTree(root_, key_);
 }
 
 ScopedKeyRemoved::~ScopedKeyRemoved() {
     DeleteRegistryTree(root_, key_);
-    if (existed_) RestoreTree(root_, saved_);
+    if (parked_.empty()) return;
+    HKEY from = nullptr, to = nullptr;
+    RegOpenKeyExA(HKEY_CURRENT_USER, parked_.c_str(), 0, KEY_READ, &from);
+    RegCreateKeyExA(root_, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &to, nullptr);
+    RegCopyTreeA(from, nullptr, to);
+    RegCloseKey(to);
+    RegCloseKey(from);
+    DeleteRegistryTree(HKEY_CURRENT_USER, parked_);
 }
+
+ScopedEnvironment::ScopedEnvironment(const std::string &name, const std::string &value,
+                                     bool unset)
+    : name_(name), had_(getenv(name.c_str()) != nullptr), old_(had_ ? getenv(name.c_str()) : "") {
+    _putenv_s(name.c_str(), unset ? "" : value.c_str());
+}
+
+ScopedEnvironment::~ScopedEnvironment() { _putenv_s(name_.c_str(), had_ ? old_.c_str() : ""); }
 
 namespace {
 
@@ -186,6 +155,19 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() { RemoveTree(path_); }
+
+std::vector<std::string> DirectoryEntries(const std::string &path) {
+    std::vector<std::string> names;
+    WIN32_FIND_DATAA data;
+    HANDLE find = FindFirstFileA((path + "\\*").c_str(), &data);
+    if (find == INVALID_HANDLE_VALUE) return names;
+    do {
+        const std::string name = data.cFileName;
+        if (name != "." && name != "..") names.push_back(name);
+    } while (FindNextFileA(find, &data));
+    FindClose(find);
+    return names;
+}
 
 std::string ReadFileText(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
@@ -240,6 +222,15 @@ std::vector<std::string> ScopedTrace::linesWith(const std::string &fragment) con
     for (const std::string &line : lines())
         if (LineText(line).find(fragment) != std::string::npos) found.push_back(line);
     return found;
+}
+
+std::vector<std::string> ScopedTrace::messages(const std::string &fragment) const {
+    std::vector<std::string> texts;
+    for (const std::string &line : linesWith(fragment)) {
+        const std::string text = LineText(line);
+        texts.push_back(text.substr(0, text.rfind(" (tid=")));
+    }
+    return texts;
 }
 
 time_t FakeClock::now = 0;
@@ -317,3 +308,43 @@ std::string Field(const std::string &line, int index) {
 std::string LineText(const std::string &line) { return Field(line, 3); }
 std::string LineLevel(const std::string &line) { return Field(line, 1); }
 std::string LineComponent(const std::string &line) { return Field(line, 2); }
+
+std::string Beside(const std::string &name) {
+    char path[MAX_PATH];
+    const std::string self(path, GetModuleFileNameA(nullptr, path, MAX_PATH));
+    return self.substr(0, self.find_last_of('\\') + 1) + name;
+}
+
+ProgramRun RunProgram(const std::string &program, const std::string &arguments) {
+    TempDir dir;
+    SECURITY_ATTRIBUTES inherit = {sizeof inherit, nullptr, TRUE};
+    const auto create = [&](const char *name) {
+        return CreateFileA(dir.file(name).c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherit,
+                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    };
+    STARTUPINFOA si = {};
+    si.cb = sizeof si;
+    si.dwFlags = STARTF_USESTDHANDLES;
+    si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    si.hStdOutput = create("out");
+    si.hStdError = create("err");
+    std::string command = "\"" + program + "\" " + arguments;
+    PROCESS_INFORMATION pi = {};
+    ProgramRun run;
+    if (CreateProcessA(nullptr, &command[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si,
+                       &pi)) {
+        if (WaitForSingleObject(pi.hProcess, 60000) == WAIT_OBJECT_0)
+            GetExitCodeProcess(pi.hProcess, &run.code);
+        else
+            TerminateProcess(pi.hProcess, STILL_ACTIVE);
+        CloseHandle(pi.hThread);
+        CloseHandle(pi.hProcess);
+    } else {
+        run.code = GetLastError();
+    }
+    CloseHandle(si.hStdOutput);
+    CloseHandle(si.hStdError);
+    run.out = ReadFileText(dir.file("out"));
+    run.err = ReadFileText(dir.file("err"));
+    return run;
+}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <windows.h>
+#include <objbase.h>
 
 #include <cstdint>
 #include <ctime>
@@ -50,8 +51,8 @@ private:
 // Deletes a whole key tree under a root, ignoring a missing one.
 void DeleteRegistryTree(HKEY root, const std::string &key);
 
-// Takes a key tree away for the scope (values and sub-keys are kept in
-// memory) and puts it back, as it was, when it goes.
+// Takes a key tree away for the scope (a copy is parked under a key of
+// the test's own) and puts it back, as it was, when it goes.
 class ScopedKeyRemoved {
 public:
     ScopedKeyRemoved(HKEY root, const std::string &key);
@@ -59,22 +60,33 @@ public:
     ScopedKeyRemoved(const ScopedKeyRemoved &) = delete;
     ScopedKeyRemoved &operator=(const ScopedKeyRemoved &) = delete;
 
-    struct Value {
-        std::string name;
-        DWORD type;
-        std::vector<BYTE> data;
-    };
-    struct Tree {
-        std::string name;
-        std::vector<Value> values;
-        std::vector<Tree> children;
-    };
-
 private:
     HKEY root_;
     std::string key_;
-    bool existed_ = false;
-    Tree saved_;
+    std::string parked_;  // under HKEY_CURRENT_USER; empty when nothing was there
+};
+
+// Sets (or with unset, removes) an environment variable for the C library
+// and the process alike, and puts back what was there when it goes.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const std::string &name, const std::string &value, bool unset = false);
+    ~ScopedEnvironment();
+    ScopedEnvironment(const ScopedEnvironment &) = delete;
+    ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;
+
+private:
+    const std::string name_;
+    const bool had_;
+    const std::string old_;
+};
+
+// A single-threaded COM apartment for the scope.
+struct ComApartment {
+    HRESULT hr = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    ~ComApartment() {
+        if (SUCCEEDED(hr)) CoUninitialize();
+    }
 };
 
 // A fresh folder under %TEMP%, removed with everything in it.
@@ -91,6 +103,8 @@ private:
     std::string path_;
 };
 
+// The names in a folder, "." and ".." left out.
+std::vector<std::string> DirectoryEntries(const std::string &path);
 std::string ReadFileText(const std::string &path);
 std::vector<std::string> ReadLines(const std::string &path);
 bool FileExists(const std::string &path);
@@ -109,6 +123,8 @@ public:
     std::vector<std::string> lines() const { return ReadLines(path_); }
     // Lines whose text (after the third tab) contains the fragment.
     std::vector<std::string> linesWith(const std::string &fragment) const;
+    // The texts of those lines without their thread tail " (tid=...".
+    std::vector<std::string> messages(const std::string &fragment) const;
 
 private:
     std::string path_;
@@ -132,3 +148,14 @@ std::string LineText(const std::string &line);
 // The level word and component of a trace line.
 std::string LineLevel(const std::string &line);
 std::string LineComponent(const std::string &line);
+
+// A file beside this program's executable.
+std::string Beside(const std::string &name);
+// A program's exit code and what it wrote to standard output and error.
+struct ProgramRun {
+    DWORD code = STILL_ACTIVE;
+    std::string out, err;
+};
+// Runs a program with its standard output and error each going to a file of
+// its own; one that has not ended within a minute is stopped.
+ProgramRun RunProgram(const std::string &program, const std::string &arguments);
