@@ -93,7 +93,7 @@ bool ScriptHost::Parse(const std::string &script) {
         // Flags 0: the text becomes ordinary global code, run when the
         // engine is started by ExecuteSSS.
         status_ = parser_->ParseScriptText(text.get(), nullptr, nullptr, nullptr, 0, 0, 0, nullptr,
-                                           exception.get());
+                                           exception.out());
     } catch (const std::bad_alloc &) {
         status_ = E_OUTOFMEMORY;
     }
@@ -235,7 +235,7 @@ bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VA
     DISPPARAMS params = {argCount > 0 ? args : nullptr, nullptr, argCount, 0};
     UINT argError = 0;
     const HRESULT hr = target->Invoke(member, IID_NULL, kLocale, DISPATCH_METHOD, &params,
-                                      wantResult ? result.get() : nullptr, exception.get(),
+                                      wantResult ? result.out() : nullptr, exception.out(),
                                       &argError);
     if (FAILED(hr)) {
         errorText = "Invoke failed";
@@ -243,13 +243,13 @@ bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VA
     }
     // A type asked for without a place to put it fails without words.
     if (!wantResult) return resultType == VT_EMPTY;
-    if (V_VT(result.get()) != resultType) {
+    if (V_VT(&result.get()) != resultType) {
         errorText = "Invalid return type specified";
         return false;
     }
     switch (resultType) {
-    case VT_I4: *static_cast<LONG *>(resultOut) = V_I4(result.get()); break;
-    case VT_BOOL: *static_cast<VARIANT_BOOL *>(resultOut) = V_BOOL(result.get()); break;
+    case VT_I4: *static_cast<LONG *>(resultOut) = V_I4(&result.get()); break;
+    case VT_BOOL: *static_cast<VARIANT_BOOL *>(resultOut) = V_BOOL(&result.get()); break;
     case VT_BSTR: *static_cast<BSTR *>(resultOut) = result.release().bstrVal; break;
     case VT_BYREF: *static_cast<void **>(resultOut) = result.release().byref; break;
     default: errorText = "Unsupported return type"; return false;
