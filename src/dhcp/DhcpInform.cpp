@@ -13,6 +13,43 @@ namespace {
 
 const int kMaxSends = 2;
 
+// Waits the full time-out for a datagram; false when the time-out (traced)
+// or select ends the wait.
+bool AwaitDatagram(tracefunc &tf, const fd_set &prepared, const timeval &timeout) {
+    fd_set readable = prepared;
+    timeval wait = timeout;
+    const int ready = select(0, &readable, nullptr, nullptr, &wait);
+    if (ready == SOCKET_ERROR) return false;
+    if (ready == 0) {
+        tf << "Timeout while waiting for DHCP response" << endtrace;
+        return false;
+    }
+    return true;
+}
+
+// Takes the auto-proxy URL from a reply to the request (true); false, with
+// the reason traced, when the reply is not related or has no URL.
+bool TakeUrl(tracefunc &tf, const DHCPPacket &request, const DHCPPacket &reply,
+             const sockaddr_in &from, std::string &url, uint32_t *server) {
+    // Only the transaction id relates a reply to the request: not op,
+    // chaddr, message type or sender.
+    if (reply.xid != request.xid) {
+        tf << "received a non-related DHCP packet...waiting again" << endtrace;
+        return false;
+    }
+    tf << "received a related DHCP packet from " << static_cast<unsigned>(from.sin_addr.s_addr)
+       << endtrace;
+    std::string value;
+    if (!reply.GetStringOption(DHCP_OPTION_AUTO_PROXY, value)) {
+        tf << "it doesn't contain a URL option...waiting again" << endtrace;
+        return false;
+    }
+    tf << "it contains a URL option...done" << endtrace;
+    url = value;
+    if (server) *server = from.sin_addr.s_addr;
+    return true;
+}
+
 // Waits after one send until a related reply with option 252 arrives (true),
 // or the time-out, select or recvfrom ends the wait (false).
 bool AwaitReply(tracefunc &tf, const SocketOwner &sock, const DHCPPacket &request,
@@ -28,18 +65,9 @@ bool AwaitReply(tracefunc &tf, const SocketOwner &sock, const DHCPPacket &reques
     FD_ZERO(&prepared);
     FD_SET(sock.get(), &prepared);
     const timeval timeout = {static_cast<long>(timeoutSeconds), 0};
-
-    for (;;) {
-        // Every wait gets the full time-out, so unrelated traffic prolongs
-        // the exchange.
-        fd_set readable = prepared;
-        timeval wait = timeout;
-        const int ready = select(0, &readable, nullptr, nullptr, &wait);
-        if (ready == SOCKET_ERROR) return false;
-        if (ready == 0) {
-            tf << "Timeout while waiting for DHCP response" << endtrace;
-            return false;
-        }
+    // Every wait gets the full time-out, so unrelated traffic prolongs the
+    // exchange.
+    while (AwaitDatagram(tf, prepared, timeout)) {
         int fromLength = sizeof from;
         const int length =
             recvfrom(sock.get(), reinterpret_cast<char *>(received.data()),
@@ -51,23 +79,9 @@ bool AwaitReply(tracefunc &tf, const SocketOwner &sock, const DHCPPacket &reques
         }
         // A short datagram is judged by whatever fields it filled.
         reply.SetBuffer(received.data(), length);
-        // Only the transaction id relates a reply to the request: not op,
-        // chaddr, message type or sender.
-        if (reply.xid != request.xid) {
-            tf << "received a non-related DHCP packet...waiting again" << endtrace;
-            continue;
-        }
-        tf << "received a related DHCP packet from "
-           << static_cast<unsigned>(from.sin_addr.s_addr) << endtrace;
-        std::string value;
-        if (reply.GetStringOption(DHCP_OPTION_AUTO_PROXY, value)) {
-            tf << "it contains a URL option...done" << endtrace;
-            url = value;
-            if (server) *server = from.sin_addr.s_addr;
-            return true;
-        }
-        tf << "it doesn't contain a URL option...waiting again" << endtrace;
+        if (TakeUrl(tf, request, reply, from, url, server)) return true;
     }
+    return false;
 }
 
 // A UDP socket that may send broadcasts; empty, with the failure traced,
