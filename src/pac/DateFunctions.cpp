@@ -128,6 +128,66 @@ bool Classify(const VARIANT &v, DateValue *out) {
     return false;
 }
 
+// The arguments of dateRange: the form their kinds spell ("D", "DMY",
+// "MYMY"...), their values, and whether "GMT" ended them.
+struct DateArguments {
+    std::string form;
+    std::vector<DateValue> values;
+    bool gmt = false;
+};
+
+// False when no argument is given or one is neither a day, a month nor a
+// year.
+bool ReadDateArguments(const VARIANT (&args)[kRangeArguments], DateArguments *out) {
+    int count = 0;
+    while (count < kRangeArguments && !IsMissing(args[count])) ++count;
+    if (count > 0 && IsGmtVariant(args[count - 1])) {
+        out->gmt = true;
+        --count;
+    }
+    if (count == 0) return false;
+    out->values.resize(static_cast<size_t>(count));
+    for (size_t i = 0; i < out->values.size(); ++i) {
+        if (!Classify(args[i], &out->values[i])) return false;
+        out->form += out->values[i].kind;
+    }
+    return true;
+}
+
+// Whether the date now falls in the range the arguments describe; a form
+// not listed matches nothing.
+bool DateMatches(const DateArguments &given, const struct tm &now) {
+    const std::vector<DateValue> &v = given.values;
+    const std::string &form = given.form;
+    const long day = now.tm_mday;
+    const long month = now.tm_mon;
+    const long year = now.tm_year + 1900L;
+    // Keys that order dates within a year, and across years.
+    auto dayOfYear = [](long m, long d) { return m * 32 + d; };
+    auto monthOfTime = [](long y, long m) { return y * 12 + m; };
+    auto dateOfTime = [](long y, long m, long d) { return (y * 12 + m) * 32 + d; };
+
+    if (form == "D") return day == v[0].value;
+    if (form == "DD") return InWrappingRange(v[0].value, v[1].value, day);
+    if (form == "M") return month == v[0].value;
+    if (form == "MM") return InWrappingRange(v[0].value, v[1].value, month);
+    if (form == "Y") return year == v[0].value;
+    if (form == "YY") return InRange(v[0].value, v[1].value, year);
+    if (form == "DM") return day == v[0].value && month == v[1].value;
+    if (form == "DMY") return day == v[0].value && month == v[1].value && year == v[2].value;
+    if (form == "DMDM")
+        return InWrappingRange(dayOfYear(v[1].value, v[0].value),
+                               dayOfYear(v[3].value, v[2].value), dayOfYear(month, day));
+    if (form == "MYMY")
+        return InRange(monthOfTime(v[1].value, v[0].value), monthOfTime(v[3].value, v[2].value),
+                       monthOfTime(year, month));
+    if (form == "DMYDMY")
+        return InRange(dateOfTime(v[2].value, v[1].value, v[0].value),
+                       dateOfTime(v[5].value, v[4].value, v[3].value),
+                       dateOfTime(year, month, day));
+    return false;
+}
+
 }  // namespace
 
 bool TimeRangeMatches(const VARIANT (&args)[kRangeArguments]) {
@@ -185,50 +245,9 @@ bool WeekdayRangeMatches(const std::wstring &wd1, const std::wstring &wd2,
 }
 
 bool DateRangeMatches(const VARIANT (&args)[kRangeArguments]) {
-    int count = 0;
-    while (count < kRangeArguments && !IsMissing(args[count])) ++count;
-    bool gmt = false;
-    if (count > 0 && IsGmtVariant(args[count - 1])) {
-        gmt = true;
-        --count;
-    }
-    if (count == 0) return false;
-
-    std::vector<DateValue> v(static_cast<size_t>(count));
-    std::string form;
-    for (int i = 0; i < count; ++i) {
-        if (!Classify(args[i], &v[static_cast<size_t>(i)])) return false;
-        form += v[static_cast<size_t>(i)].kind;
-    }
-
+    DateArguments given;
+    if (!ReadDateArguments(args, &given)) return false;
     struct tm now = {};
-    if (!Now(gmt, &now)) return false;
-    const long day = now.tm_mday;
-    const long month = now.tm_mon;
-    const long year = now.tm_year + 1900L;
-    // Keys that order dates within a year, and across years.
-    auto dayOfYear = [](long m, long d) { return m * 32 + d; };
-    auto monthOfTime = [](long y, long m) { return y * 12 + m; };
-    auto dateOfTime = [](long y, long m, long d) { return (y * 12 + m) * 32 + d; };
-
-    if (form == "D") return day == v[0].value;
-    if (form == "DD") return InWrappingRange(v[0].value, v[1].value, day);
-    if (form == "M") return month == v[0].value;
-    if (form == "MM") return InWrappingRange(v[0].value, v[1].value, month);
-    if (form == "Y") return year == v[0].value;
-    if (form == "YY") return InRange(v[0].value, v[1].value, year);
-    if (form == "DM") return day == v[0].value && month == v[1].value;
-    if (form == "DMY")
-        return day == v[0].value && month == v[1].value && year == v[2].value;
-    if (form == "DMDM")
-        return InWrappingRange(dayOfYear(v[1].value, v[0].value),
-                               dayOfYear(v[3].value, v[2].value), dayOfYear(month, day));
-    if (form == "MYMY")
-        return InRange(monthOfTime(v[1].value, v[0].value), monthOfTime(v[3].value, v[2].value),
-                       monthOfTime(year, month));
-    if (form == "DMYDMY")
-        return InRange(dateOfTime(v[2].value, v[1].value, v[0].value),
-                       dateOfTime(v[5].value, v[4].value, v[3].value),
-                       dateOfTime(year, month, day));
-    return false;
+    if (!Now(given.gmt, &now)) return false;
+    return DateMatches(given, now);
 }

@@ -50,10 +50,10 @@ std::string AlertText(const VARIANT &message) {
     default: break;
     }
     ScopedVariant text;
-    if (FAILED(VariantChangeTypeEx(text.get(), const_cast<VARIANT *>(&message), LOCALE_INVARIANT,
+    if (FAILED(VariantChangeTypeEx(text.out(), const_cast<VARIANT *>(&message), LOCALE_INVARIANT,
                                    0, VT_BSTR)))
         return std::string();
-    return NarrowFromBstr(V_BSTR(text.get()));
+    return NarrowFromBstr(V_BSTR(&text.get()));
 }
 
 }  // namespace

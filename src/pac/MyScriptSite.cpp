@@ -11,6 +11,16 @@ namespace {
 
 const wchar_t kGlobalMethods[] = L"GlobalMethods";
 
+// An engine may hand over an EXCEPINFO whose texts are filled in only on
+// request. The callback fills the struct in place, so it works on the
+// struct handed over by the owner, which then takes it back.
+void FillInDeferred(ScopedExcepInfo &exception) {
+    if (!exception.get().pfnDeferredFillIn) return;
+    EXCEPINFO filled = exception.release();
+    filled.pfnDeferredFillIn(&filled);
+    exception.reset(filled);
+}
+
 }  // namespace
 
 MyScriptSite::MyScriptSite(EvaluationObserver *observer) {
@@ -76,10 +86,10 @@ STDMETHODIMP MyScriptSite::OnScriptError(IActiveScriptError *error) {
     if (!error) return S_OK;
     try {
         ScopedExcepInfo exception;
-        if (SUCCEEDED(error->GetExceptionInfo(exception.get()))) {
-            if (exception.get()->pfnDeferredFillIn) exception.get()->pfnDeferredFillIn(exception.get());
-            errorText_ += "Source:  " + NarrowFromBstr(exception.get()->bstrSource) + "\r\n";
-            errorText_ += "Description:  " + NarrowFromBstr(exception.get()->bstrDescription) + "\r\n";
+        if (SUCCEEDED(error->GetExceptionInfo(exception.out()))) {
+            FillInDeferred(exception);
+            errorText_ += "Source:  " + NarrowFromBstr(exception.get().bstrSource) + "\r\n";
+            errorText_ += "Description:  " + NarrowFromBstr(exception.get().bstrDescription) + "\r\n";
         }
         DWORD context = 0;
         ULONG line = 0;

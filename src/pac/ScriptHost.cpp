@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <new>
-#include <vector>
 
 #include "pac/HostSecurity.h"
 
@@ -93,7 +92,7 @@ bool ScriptHost::Parse(const std::string &script) {
         // Flags 0: the text becomes ordinary global code, run when the
         // engine is started by ExecuteSSS.
         status_ = parser_->ParseScriptText(text.get(), nullptr, nullptr, nullptr, 0, 0, 0, nullptr,
-                                           exception.get());
+                                           exception.out());
     } catch (const std::bad_alloc &) {
         status_ = E_OUTOFMEMORY;
     }
@@ -102,7 +101,23 @@ bool ScriptHost::Parse(const std::string &script) {
 
 bool ScriptHost::ExecuteSSS(const std::string &functionName, const std::string &arg1,
                             const std::string &arg2, std::string &result) {
-    if (!engine_) return false;
+    if (!engine_ || !Start()) return false;
+    ComPtr<IDispatch> global;
+    status_ = engine_->GetScriptDispatch(nullptr, global.out());
+    if (FAILED(status_)) return false;
+    if (!global) {
+        status_ = E_FAIL;
+        return false;
+    }
+    try {
+        return CallWithTwoStrings(global.get(), functionName, arg1, arg2, result);
+    } catch (const std::bad_alloc &) {
+        status_ = E_OUTOFMEMORY;
+        return false;
+    }
+}
+
+bool ScriptHost::Start() {
     SCRIPTSTATE before = SCRIPTSTATE_UNINITIALIZED;
     if (FAILED(engine_->GetScriptState(&before))) before = SCRIPTSTATE_UNINITIALIZED;
     // Both states are asked for on every call; a started engine takes the
@@ -119,43 +134,36 @@ bool ScriptHost::ExecuteSSS(const std::string &functionName, const std::string &
         detail_ = site_->errorText();
         return false;
     }
+    return true;
+}
 
-    ComPtr<IDispatch> global;
-    status_ = engine_->GetScriptDispatch(nullptr, global.out());
+bool ScriptHost::CallWithTwoStrings(IDispatch *global, const std::string &functionName,
+                                    const std::string &arg1, const std::string &arg2,
+                                    std::string &result) {
+    ScopedBstr name = BstrFromNarrow(functionName);
+    LPOLESTR names[] = {name.get()};
+    DISPID member = DISPID_UNKNOWN;
+    status_ = global->GetIDsOfNames(IID_NULL, names, 1, kLocale, &member);
     if (FAILED(status_)) return false;
-    if (!global) {
-        status_ = E_FAIL;
-        return false;
-    }
 
-    try {
-        ScopedBstr name = BstrFromNarrow(functionName);
-        LPOLESTR names[] = {name.get()};
-        DISPID member = DISPID_UNKNOWN;
-        status_ = global->GetIDsOfNames(IID_NULL, names, 1, kLocale, &member);
-        if (FAILED(status_)) return false;
-
-        ScopedBstr first = BstrFromNarrow(arg1);
-        ScopedBstr second = BstrFromNarrow(arg2);
-        ScopedBstr answer;
-        std::string errorText;
-        const unsigned types[] = {VT_BSTR, VT_BSTR};
-        if (InvokeDispatch(global.get(), errorText, member, VT_BSTR, answer.out(), types, 2,
-                           first.get(), second.get())) {
-            result = NarrowFromBstr(answer.get());
-            status_ = S_OK;
-            return true;
-        }
-        status_ = E_FAIL;
-        detail_ = errorText;
-        // Two line breaks: a blank line between the helper's words and the
-        // engine's report, as the evaluation's trace expects.
-        const std::string scriptErrors = site_ ? site_->errorText() : std::string();
-        if (!scriptErrors.empty()) detail_ += "\r\n\r\n" + scriptErrors;
-    } catch (const std::bad_alloc &) {
-        status_ = E_OUTOFMEMORY;
+    ScopedBstr first = BstrFromNarrow(arg1);
+    ScopedBstr second = BstrFromNarrow(arg2);
+    ScopedBstr answer;
+    std::string errorText;
+    const unsigned types[] = {VT_BSTR, VT_BSTR};
+    if (InvokeDispatch(global, errorText, member, VT_BSTR, answer.out(), types, 2, first.get(),
+                       second.get())) {
+        result = NarrowFromBstr(answer.get());
+        status_ = S_OK;
+        return true;
     }
-    return SUCCEEDED(status_);
+    status_ = E_FAIL;
+    detail_ = errorText;
+    // Two line breaks: a blank line between the helper's words and the
+    // engine's report, as the evaluation's trace expects.
+    const std::string scriptErrors = site_ ? site_->errorText() : std::string();
+    if (!scriptErrors.empty()) detail_ += "\r\n\r\n" + scriptErrors;
+    return false;
 }
 
 HRESULT ScriptHost::InterruptScript() {
@@ -188,6 +196,40 @@ std::string ErrorMessageText(HRESULT status) {
     return text;
 }
 
+namespace {
+
+// The arguments in the dispatch convention's order, the last one first.
+// Only BSTRs are passed (the one call passes two strings); false for any
+// other type. The VARIANTs borrow the caller's values and are never
+// cleared here.
+bool FillArguments(VARIANT *args, const unsigned *argTypes, unsigned argCount, va_list values) {
+    for (unsigned i = 0; i < argCount; ++i) {
+        if (argTypes[i] != VT_BSTR) return false;
+        VARIANT &arg = args[argCount - 1 - i];
+        V_VT(&arg) = VT_BSTR;
+        V_BSTR(&arg) = reinterpret_cast<BSTR>(va_arg(values, uint64_t));
+    }
+    return true;
+}
+
+// Hands the target's result over: exactly the type asked for, and only a
+// BSTR (which becomes the caller's).
+bool TakeResult(ScopedVariant &result, VARTYPE resultType, void *resultOut,
+                std::string &errorText) {
+    if (V_VT(&result.get()) != resultType) {
+        errorText = "Invalid return type specified";
+        return false;
+    }
+    if (resultType != VT_BSTR) {
+        errorText = "Unsupported return type";
+        return false;
+    }
+    *static_cast<BSTR *>(resultOut) = result.release().bstrVal;
+    return true;
+}
+
+}  // namespace
+
 bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VARTYPE resultType,
                     void *resultOut, const unsigned *argTypes, unsigned argCount, ...) {
     if (argCount > kMaxArguments) {
@@ -198,31 +240,11 @@ bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VA
         errorText = "Invoke failed";
         return false;
     }
-    // The arguments' VARIANTs borrow the caller's values and are never
-    // cleared here.
     VARIANT args[kMaxArguments];
     for (unsigned i = 0; i < argCount; ++i) VariantInit(&args[i]);
-
     va_list values;
     va_start(values, argCount);
-    bool supported = true;
-    for (unsigned i = 0; i < argCount && supported; ++i) {
-        const uint64_t slot = va_arg(values, uint64_t);
-        // The dispatch convention lists the last argument first.
-        VARIANT &arg = args[argCount - 1 - i];
-        V_VT(&arg) = static_cast<VARTYPE>(argTypes[i]);
-        switch (argTypes[i]) {
-        case VT_I4: V_I4(&arg) = static_cast<LONG>(static_cast<uint32_t>(slot)); break;
-        case VT_UINT: V_UINT(&arg) = static_cast<UINT>(slot); break;
-        case VT_BOOL: V_BOOL(&arg) = static_cast<VARIANT_BOOL>(static_cast<uint16_t>(slot)); break;
-        case VT_BSTR: V_BSTR(&arg) = reinterpret_cast<BSTR>(slot); break;
-        case VT_DISPATCH: V_DISPATCH(&arg) = reinterpret_cast<IDispatch *>(slot); break;
-        case VT_BYREF | VT_BSTR: V_BSTRREF(&arg) = reinterpret_cast<BSTR *>(slot); break;
-        case VT_BYREF | VT_BOOL: V_BOOLREF(&arg) = reinterpret_cast<VARIANT_BOOL *>(slot); break;
-        case VT_BYREF | VT_UINT: V_UINTREF(&arg) = reinterpret_cast<UINT *>(slot); break;
-        default: supported = false; break;
-        }
-    }
+    const bool supported = FillArguments(args, argTypes, argCount, values);
     va_end(values);
     if (!supported) {
         errorText = "Unsupported parameter type specified";
@@ -235,7 +257,7 @@ bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VA
     DISPPARAMS params = {argCount > 0 ? args : nullptr, nullptr, argCount, 0};
     UINT argError = 0;
     const HRESULT hr = target->Invoke(member, IID_NULL, kLocale, DISPATCH_METHOD, &params,
-                                      wantResult ? result.get() : nullptr, exception.get(),
+                                      wantResult ? result.out() : nullptr, exception.out(),
                                       &argError);
     if (FAILED(hr)) {
         errorText = "Invoke failed";
@@ -243,16 +265,5 @@ bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VA
     }
     // A type asked for without a place to put it fails without words.
     if (!wantResult) return resultType == VT_EMPTY;
-    if (V_VT(result.get()) != resultType) {
-        errorText = "Invalid return type specified";
-        return false;
-    }
-    switch (resultType) {
-    case VT_I4: *static_cast<LONG *>(resultOut) = V_I4(result.get()); break;
-    case VT_BOOL: *static_cast<VARIANT_BOOL *>(resultOut) = V_BOOL(result.get()); break;
-    case VT_BSTR: *static_cast<BSTR *>(resultOut) = result.release().bstrVal; break;
-    case VT_BYREF: *static_cast<void **>(resultOut) = result.release().byref; break;
-    default: errorText = "Unsupported return type"; return false;
-    }
-    return true;
+    return TakeResult(result, resultType, resultOut, errorText);
 }

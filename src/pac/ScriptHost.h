@@ -41,6 +41,14 @@ public:
 
 private:
     void Connect(MyScriptSite *site);
+    // Starts and connects the engine; false, with the status saying why,
+    // when it refuses or when the script's top-level code threw.
+    bool Start();
+    // Calls the script's global function through its scope's dispatch
+    // interface; false, with status and detail saying why, when it fails.
+    bool CallWithTwoStrings(IDispatch *global, const std::string &functionName,
+                            const std::string &arg1, const std::string &arg2,
+                            std::string &result);
 
     ComPtr<IActiveScriptParse64> parser_;
     ComPtr<IActiveScript> engine_;
@@ -56,10 +64,11 @@ std::string ErrorMessageText(HRESULT status);
 
 // Calls a method through IDispatch::Invoke. argTypes gives each argument's
 // VARTYPE in the method's declared order, and the values follow as one
-// 64-bit slot each (pass BSTRs and pointers as they are, numbers widened to
-// 64 bits); the caller keeps ownership of what it passes. resultType 0 asks
-// for no result; otherwise the result of exactly that type goes to
-// *resultOut (a returned BSTR becomes the caller's). On failure errorText
+// 64-bit slot each; only VT_BSTR is passed (anything else fails with
+// "Unsupported parameter type specified"), and the caller keeps ownership
+// of what it passes. resultType 0 asks for no result; otherwise the result
+// must be of exactly that type, and only VT_BSTR is taken: the returned
+// BSTR goes to *resultOut and becomes the caller's. On failure errorText
 // says why.
 bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VARTYPE resultType,
                     void *resultOut, const unsigned *argTypes, unsigned argCount, ...);

@@ -181,6 +181,51 @@ bool Abandon(WorkerState &state) {
     return false;
 }
 
+// Hands the job to the idle worker or else to a new one, with the module's
+// lock count up for it: DllCanUnloadNow answers S_FALSE while the job runs,
+// and the worker gives the count back when the job ends. The worker's
+// thread id; 0 when none could be started, with the count given back and
+// the error the last error.
+DWORD StartJob(const std::shared_ptr<WorkerState> &state) {
+    ModuleLockServer(true);
+    const DWORD idle = HandToIdleWorker(state);
+    if (idle != 0) return idle;
+    const DWORD started = StartWorker(state);
+    if (started == 0) {
+        const DWORD error = GetLastError();
+        ModuleLockServer(false);
+        SetLastError(error);
+    }
+    return started;
+}
+
+// Waits for the running worker within the bounds: Done once it has
+// finished (everything it wrote is then visible), Stalled or TimedOut once
+// it is abandoned and onExpiry has run.
+BoundedOutcome AwaitWorker(WorkerState &state, DWORD start, const WaitBounds &bounds,
+                           const std::function<void()> &onExpiry) {
+    for (;;) {
+        const WaitDecision next = NextWait(GetTickCount(), state.progress.lastTick(), start, bounds);
+        if (next.verdict == WaitVerdict::Wait) {
+            if (WaitForSingleObject(state.done.get(), next.waitMs) == WAIT_OBJECT_0)
+                return BoundedOutcome::Done;
+            continue;
+        }
+        if (!Abandon(state)) {
+            // It finished at the last moment and is giving back what it
+            // holds.
+            WaitForSingleObject(state.done.get(), INFINITE);
+            return BoundedOutcome::Done;
+        }
+        try {
+            onExpiry();
+        } catch (...) {
+        }
+        return next.verdict == WaitVerdict::Stalled ? BoundedOutcome::Stalled
+                                                    : BoundedOutcome::TimedOut;
+    }
+}
+
 }  // namespace
 
 WaitDecision NextWait(DWORD now, DWORD lastProgress, DWORD start, const WaitBounds &bounds) {
@@ -207,49 +252,15 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
     state->token = ImpersonationToken();
     state->done.reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
     if (!state->done) return {BoundedOutcome::NoThread, 0};
-
-    // The lock count that makes DllCanUnloadNow answer S_FALSE while the
-    // job runs; the worker gives it back when the job ends.
-    ModuleLockServer(true);
-    DWORD threadId = HandToIdleWorker(state);
-    if (threadId == 0) {
-        threadId = StartWorker(state);
-        if (threadId == 0) {
-            const DWORD error = GetLastError();
-            ModuleLockServer(false);
-            SetLastError(error);
-            return {BoundedOutcome::NoThread, 0};
-        }
-    }
+    const DWORD threadId = StartJob(state);
+    if (threadId == 0) return {BoundedOutcome::NoThread, 0};
     // From here the worker runs: nothing may leave before it is waited for
     // or abandoned, so a failing trace line is dropped.
     try {
         onStart(threadId);
     } catch (...) {
     }
-
-    for (;;) {
-        const WaitDecision next =
-            NextWait(GetTickCount(), state->progress.lastTick(), start, bounds);
-        if (next.verdict != WaitVerdict::Wait) {
-            if (!Abandon(*state)) {
-                // It finished at the last moment and is giving back what
-                // it holds.
-                WaitForSingleObject(state->done.get(), INFINITE);
-                break;
-            }
-            try {
-                onExpiry();
-            } catch (...) {
-            }
-            return {next.verdict == WaitVerdict::Stalled ? BoundedOutcome::Stalled
-                                                         : BoundedOutcome::TimedOut,
-                    threadId};
-        }
-        if (WaitForSingleObject(state->done.get(), next.waitMs) == WAIT_OBJECT_0) break;
-    }
-    // Finished: everything the worker wrote is visible.
-    return {BoundedOutcome::Done, threadId};
+    return {AwaitWorker(*state, start, bounds, onExpiry), threadId};
 }
 
 long AbandonedWorkers() { return g_abandoned.load(); }

@@ -108,6 +108,56 @@ void RunEvaluation(Evaluation &e) {
     host.GetErrorText(e.message, e.detail);
 }
 
+// The evaluation of FindProxyForURL for the target.
+std::shared_ptr<Evaluation> NewEvaluation(EvaluationObserver *observer, const std::string &script,
+                                          const std::string &target, uint32_t port) {
+    const auto evaluation = std::make_shared<Evaluation>(observer);
+    evaluation->script = script;
+    // Always https:// and no path, whatever the scheme the client asked
+    // about: the form the scripts are called with, kept on purpose.
+    std::ostringstream url;
+    url << "https://" << target << ":" << port;
+    evaluation->url = url.str();
+    evaluation->target = target;
+    return evaluation;
+}
+
+// Runs the evaluation on a worker within the script time-out; true when it
+// finished, false (with the reason traced) when it was abandoned or never
+// started.
+bool RunWithinTimeout(tracefunc &tf, const std::shared_ptr<Evaluation> &evaluation) {
+    // The engine cannot be stopped from another thread, so the script runs
+    // on a worker and the caller waits no longer than the script time-out.
+    const uint32_t seconds = ReadRegistryDword("PACScriptTimeout", kDefaultScriptTimeoutSeconds);
+    const WaitBounds bounds{kNoBound, seconds == kNoScriptTimeout ? kNoBound : BoundFromSeconds(seconds)};
+    HRESULT interrupted = S_OK;
+    const BoundedRun run = RunBounded(
+        [evaluation](WorkProgress &) { RunEvaluation(*evaluation); }, bounds,
+        [&tf](DWORD id) { tf << "Script runs on worker thread " << id << endtrace; },
+        [evaluation, &interrupted] { interrupted = evaluation->Interrupt(); });
+    switch (run.outcome) {
+    case BoundedOutcome::Done:
+        return true;
+    case BoundedOutcome::Stalled:
+    case BoundedOutcome::TimedOut:
+        evaluation->Detach();
+        tf << "Script timed out: PACScriptTimeout (" << bounds.totalMs
+           << " ms) passed; InterruptScriptThread:  " << ZelHexValue(interrupted) << endtrace;
+        return false;
+    case BoundedOutcome::Refused: {
+        const long running = AbandonedWorkers();
+        tf << "Script refused:  " << running << " abandoned workers still run" << endtrace;
+        return false;
+    }
+    case BoundedOutcome::NoThread: {
+        const DWORD error = GetLastError();
+        tf << "CreateThread failed:  " << error << endtrace;
+        return false;
+    }
+    }
+    return true;
+}
+
 }  // namespace
 
 uint32_t Routvane::RunAutoProxyURL(uint32_t, const std::string &target, uint32_t port,
@@ -155,45 +205,8 @@ uint32_t Routvane::EvaluateAutoProxyScript(const std::string &script, const std:
     tf << script << endtrace;
     tf << "--- END SCRIPT ---" << endtrace;
 
-    const auto evaluation = std::make_shared<Evaluation>(observer_);
-    evaluation->script = script;
-    // Always https:// and no path, whatever the scheme the client asked
-    // about: the form the scripts are called with, kept on purpose.
-    std::ostringstream url;
-    url << "https://" << target << ":" << port;
-    evaluation->url = url.str();
-    evaluation->target = target;
-
-    // The engine cannot be stopped from another thread, so the script runs
-    // on a worker and the caller waits no longer than the script time-out.
-    const uint32_t seconds = ReadRegistryDword("PACScriptTimeout", kDefaultScriptTimeoutSeconds);
-    const WaitBounds bounds{kNoBound, seconds == kNoScriptTimeout ? kNoBound : BoundFromSeconds(seconds)};
-    HRESULT interrupted = S_OK;
-    const BoundedRun run = RunBounded(
-        [evaluation](WorkProgress &) { RunEvaluation(*evaluation); }, bounds,
-        [&tf](DWORD id) { tf << "Script runs on worker thread " << id << endtrace; },
-        [evaluation, &interrupted] { interrupted = evaluation->Interrupt(); });
-    switch (run.outcome) {
-    case BoundedOutcome::Done:
-        break;
-    case BoundedOutcome::Stalled:
-    case BoundedOutcome::TimedOut:
-        evaluation->Detach();
-        tf << "Script timed out: PACScriptTimeout (" << bounds.totalMs
-           << " ms) passed; InterruptScriptThread:  " << ZelHexValue(interrupted) << endtrace;
-        return ROUTVANE_FAILED;
-    case BoundedOutcome::Refused: {
-        const long running = AbandonedWorkers();
-        tf << "Script refused:  " << running << " abandoned workers still run" << endtrace;
-        return ROUTVANE_FAILED;
-    }
-    case BoundedOutcome::NoThread: {
-        const DWORD error = GetLastError();
-        tf << "CreateThread failed:  " << error << endtrace;
-        return ROUTVANE_FAILED;
-    }
-    }
-
+    const auto evaluation = NewEvaluation(observer_, script, target, port);
+    if (!RunWithinTimeout(tf, evaluation)) return ROUTVANE_FAILED;
     const Evaluation &done = *evaluation;
     if (!done.parsed) {
         tf << "host.Parse failed:  " << done.message << ";" << done.detail << endtrace;

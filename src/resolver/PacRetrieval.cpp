@@ -245,6 +245,21 @@ bool Finished(const BoundedRun &run, const WaitBounds &bounds, tracefunc &tf) {
     return false;
 }
 
+// The registry's connect time-out, download time-out and size limit applied
+// to the download; its bounds for the waiting caller.
+WaitBounds ApplyDownloadSettings(tracefunc &tf, const WinInetDownloadApi &api, Download &download) {
+    DWORD timeout = BoundFromSeconds(
+        ReadRegistryDword("WPADConnectTimeout", kDefaultConnectTimeoutSeconds));
+    tf << "Using WPAD Connect timeout: " << timeout << " ms" << endtrace;
+    api.InternetSetOptionA(download.handles.session(), INTERNET_OPTION_CONNECT_TIMEOUT, &timeout,
+                           sizeof timeout);
+    const WaitBounds bounds{
+        timeout,
+        BoundFromSeconds(ReadRegistryDword("WPADDownloadTimeout", kDefaultDownloadTimeoutSeconds))};
+    download.maxSize = ReadRegistryDword("WPADMaxScriptSize", kDefaultMaxScriptSize);
+    return bounds;
+}
+
 }  // namespace
 
 uint32_t Routvane::readURL(const std::string &url, std::string &script) {
@@ -262,16 +277,7 @@ uint32_t Routvane::readURL(const std::string &url, std::string &script) {
         return ROUTVANE_FAILED;
     }
     const auto download = std::make_shared<Download>(api, std::move(session));
-
-    DWORD timeout = BoundFromSeconds(
-        ReadRegistryDword("WPADConnectTimeout", kDefaultConnectTimeoutSeconds));
-    tf << "Using WPAD Connect timeout: " << timeout << " ms" << endtrace;
-    api.InternetSetOptionA(download->handles.session(), INTERNET_OPTION_CONNECT_TIMEOUT, &timeout,
-                           sizeof timeout);
-    const WaitBounds bounds{
-        timeout,
-        BoundFromSeconds(ReadRegistryDword("WPADDownloadTimeout", kDefaultDownloadTimeoutSeconds))};
-    download->maxSize = ReadRegistryDword("WPADMaxScriptSize", kDefaultMaxScriptSize);
+    const WaitBounds bounds = ApplyDownloadSettings(tf, api, *download);
 
     autoConfigURL_ = url;
     download->url = url;

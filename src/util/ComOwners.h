@@ -1,6 +1,6 @@
-// Owners of COM resources: a BSTR and an interface reference on the owner
-// template of util/Owners.h; a VARIANT and an EXCEPINFO, which are held by
-// value, in classes of their own.
+// Owners of COM resources on the owner family of util/Owners.h: a BSTR,
+// task memory and an interface reference on UniqueOwner; a VARIANT and an
+// EXCEPINFO, which are held by value, on UniqueStruct.
 #pragma once
 
 #include <windows.h>
@@ -26,44 +26,29 @@ template <class T>
 using TaskMemory = UniqueOwner<TaskMemoryTraits<T>>;
 
 // One VARIANT, cleared with VariantClear.
-class ScopedVariant {
-public:
-    ScopedVariant() { VariantInit(&value_); }
-    ~ScopedVariant() { VariantClear(&value_); }
-    ScopedVariant(const ScopedVariant &) = delete;
-    ScopedVariant &operator=(const ScopedVariant &) = delete;
-
-    VARIANT *get() { return &value_; }
-    const VARIANT &operator*() const { return value_; }
-    // Hands the value over without clearing it; the holder is left empty.
-    VARIANT release() {
-        VARIANT out = value_;
-        VariantInit(&value_);
-        return out;
-    }
-
-private:
-    VARIANT value_;
+struct VariantTraits {
+    using type = VARIANT;
+    static void init(VARIANT *value) { ::VariantInit(value); }
+    static void close(VARIANT *value) { ::VariantClear(value); }
+    static bool holds(const VARIANT &value) { return V_VT(&value) != VT_EMPTY; }
 };
+using ScopedVariant = UniqueStruct<VariantTraits>;
 
 // An EXCEPINFO and the three BSTRs a callee may leave in it, freed even
 // where the caller never reads them.
-class ScopedExcepInfo {
-public:
-    ScopedExcepInfo() { ZeroMemory(&value_, sizeof value_); }
-    ~ScopedExcepInfo() {
-        SysFreeString(value_.bstrSource);
-        SysFreeString(value_.bstrDescription);
-        SysFreeString(value_.bstrHelpFile);
+struct ExcepInfoTraits {
+    using type = EXCEPINFO;
+    static void init(EXCEPINFO *value) { ZeroMemory(value, sizeof *value); }
+    static void close(EXCEPINFO *value) {
+        ::SysFreeString(value->bstrSource);
+        ::SysFreeString(value->bstrDescription);
+        ::SysFreeString(value->bstrHelpFile);
     }
-    ScopedExcepInfo(const ScopedExcepInfo &) = delete;
-    ScopedExcepInfo &operator=(const ScopedExcepInfo &) = delete;
-
-    EXCEPINFO *get() { return &value_; }
-
-private:
-    EXCEPINFO value_;
+    static bool holds(const EXCEPINFO &value) {
+        return value.bstrSource || value.bstrDescription || value.bstrHelpFile;
+    }
 };
+using ScopedExcepInfo = UniqueStruct<ExcepInfoTraits>;
 
 // One counted interface reference.
 template <class T>

@@ -4,7 +4,8 @@
 // release, out (where a callee stores a new value), move, and explicit
 // bool for "holds a resource". A Traits class names the held type, the value
 // that means "nothing held" and how the resource is released; each resource
-// kind is one line below. The release functions are called here and only
+// kind is one line below; UniqueStruct is the same owner for a resource held
+// by value in a struct. The release functions are called here and only
 // here (COM's as well, in util/ComOwners.h).
 #pragma once
 
@@ -48,6 +49,53 @@ public:
 
 private:
     type value_ = Traits::invalid();
+};
+
+// The same owner for a resource held by value in a struct, whose release
+// empties the struct in place (a VARIANT, an EXCEPINFO). Traits::init makes
+// the struct empty, Traits::close releases what it holds and Traits::holds
+// says whether it holds anything. get, reset, release, out, move and
+// explicit bool mean what they mean above; release hands the struct over
+// as it is and leaves the owner empty.
+template <class Traits>
+class UniqueStruct {
+public:
+    using type = typename Traits::type;
+
+    UniqueStruct() { Traits::init(&value_); }
+    explicit UniqueStruct(const type &owned) : value_(owned) {}
+    ~UniqueStruct() { Traits::close(&value_); }
+    UniqueStruct(UniqueStruct &&other) noexcept : value_(other.release()) {}
+    UniqueStruct &operator=(UniqueStruct &&other) noexcept {
+        if (this != &other) reset(other.release());
+        return *this;
+    }
+    UniqueStruct(const UniqueStruct &) = delete;
+    UniqueStruct &operator=(const UniqueStruct &) = delete;
+
+    const type &get() const { return value_; }
+    explicit operator bool() const { return Traits::holds(value_); }
+    type release() {
+        type out = value_;
+        Traits::init(&value_);
+        return out;
+    }
+    void reset() {
+        Traits::close(&value_);
+        Traits::init(&value_);
+    }
+    void reset(const type &owned) {
+        type old = value_;
+        value_ = owned;
+        Traits::close(&old);
+    }
+    type *out() {
+        reset();
+        return &value_;
+    }
+
+private:
+    type value_;
 };
 
 // Traits of a resource whose "nothing held" value is null.
