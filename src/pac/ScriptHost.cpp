@@ -198,33 +198,44 @@ std::string ErrorMessageText(HRESULT status) {
 
 namespace {
 
-// The arguments in the dispatch convention's order, the last one first.
-// Only BSTRs are passed (the one call passes two strings); false for any
-// other type. The VARIANTs borrow the caller's values and are never
-// cleared here.
+// The arguments in the dispatch convention's order, the last one first;
+// false for a type outside the kinds InvokeDispatch passes. The VARIANTs
+// borrow the caller's values and are never cleared here.
 bool FillArguments(VARIANT *args, const unsigned *argTypes, unsigned argCount, va_list values) {
     for (unsigned i = 0; i < argCount; ++i) {
-        if (argTypes[i] != VT_BSTR) return false;
+        const uint64_t slot = va_arg(values, uint64_t);
         VARIANT &arg = args[argCount - 1 - i];
-        V_VT(&arg) = VT_BSTR;
-        V_BSTR(&arg) = reinterpret_cast<BSTR>(va_arg(values, uint64_t));
+        V_VT(&arg) = static_cast<VARTYPE>(argTypes[i]);
+        switch (argTypes[i]) {
+        case VT_I4: V_I4(&arg) = static_cast<LONG>(static_cast<uint32_t>(slot)); break;
+        case VT_UINT: V_UINT(&arg) = static_cast<UINT>(slot); break;
+        case VT_BOOL: V_BOOL(&arg) = static_cast<VARIANT_BOOL>(static_cast<uint16_t>(slot)); break;
+        case VT_BSTR: V_BSTR(&arg) = reinterpret_cast<BSTR>(slot); break;
+        case VT_DISPATCH: V_DISPATCH(&arg) = reinterpret_cast<IDispatch *>(slot); break;
+        case VT_BYREF | VT_BSTR: V_BSTRREF(&arg) = reinterpret_cast<BSTR *>(slot); break;
+        case VT_BYREF | VT_BOOL: V_BOOLREF(&arg) = reinterpret_cast<VARIANT_BOOL *>(slot); break;
+        case VT_BYREF | VT_UINT: V_UINTREF(&arg) = reinterpret_cast<UINT *>(slot); break;
+        default: return false;
+        }
     }
     return true;
 }
 
-// Hands the target's result over: exactly the type asked for, and only a
-// BSTR (which becomes the caller's).
+// Hands the target's result over: exactly the type asked for; a BSTR or a
+// by-reference pointer becomes the caller's.
 bool TakeResult(ScopedVariant &result, VARTYPE resultType, void *resultOut,
                 std::string &errorText) {
     if (V_VT(&result.get()) != resultType) {
         errorText = "Invalid return type specified";
         return false;
     }
-    if (resultType != VT_BSTR) {
-        errorText = "Unsupported return type";
-        return false;
+    switch (resultType) {
+    case VT_I4: *static_cast<LONG *>(resultOut) = V_I4(&result.get()); break;
+    case VT_BOOL: *static_cast<VARIANT_BOOL *>(resultOut) = V_BOOL(&result.get()); break;
+    case VT_BSTR: *static_cast<BSTR *>(resultOut) = result.release().bstrVal; break;
+    case VT_BYREF: *static_cast<void **>(resultOut) = result.release().byref; break;
+    default: errorText = "Unsupported return type"; return false;
     }
-    *static_cast<BSTR *>(resultOut) = result.release().bstrVal;
     return true;
 }
 

@@ -64,11 +64,14 @@ std::string ErrorMessageText(HRESULT status);
 
 // Calls a method through IDispatch::Invoke. argTypes gives each argument's
 // VARTYPE in the method's declared order, and the values follow as one
-// 64-bit slot each; only VT_BSTR is passed (anything else fails with
-// "Unsupported parameter type specified"), and the caller keeps ownership
-// of what it passes. resultType 0 asks for no result; otherwise the result
-// must be of exactly that type, and only VT_BSTR is taken: the returned
-// BSTR goes to *resultOut and becomes the caller's. On failure errorText
-// says why.
+// 64-bit slot each: VT_I4, VT_UINT, VT_BOOL, VT_BSTR, VT_DISPATCH and
+// by-reference BSTR, BOOL and UINT (anything else fails with "Unsupported
+// parameter type specified"); the caller keeps ownership of what it
+// passes. resultType 0 asks for no result; otherwise the result must be of
+// exactly that type, one of VT_I4, VT_BOOL, VT_BSTR or VT_BYREF: a
+// returned BSTR or pointer goes to *resultOut and becomes the caller's.
+// The evaluation passes two strings and takes a string; the other kinds
+// are kept for helpers built on the same call. On failure errorText says
+// why.
 bool InvokeDispatch(IDispatch *target, std::string &errorText, DISPID member, VARTYPE resultType,
                     void *resultOut, const unsigned *argTypes, unsigned argCount, ...);
