@@ -236,8 +236,9 @@ TEST(OptionWalk, EveryLengthFrom0To2048) {
 class InformTest : public testing::Test {
 protected:
     void SetUp() override {
-        net.AddEthernet(7, "192.168.5.20", {0x00, 0x16, 0x3e, 0x01, 0x02, 0x03});
-        net.bestRouteInterface = 7;
+        net.interfaces = {{7, 6, "192.168.5.20", {0x00, 0x16, 0x3e, 0x01, 0x02, 0x03}}};
+        net.adapters = {{net.interfaces[0].mac, true}};
+        net.routeInterface = 7;
         FakeClock::Install(clock, 1000000000);
     }
     ScopedClock clock;
@@ -250,7 +251,7 @@ TEST_F(InformTest, WireFormIsTheInformAskingFor252) {
     DHCPPacket p;
     p.yiaddr = 5;
     ASSERT_TRUE(p.CreateInformPacket(false, "10.1.2.3"));
-    EXPECT_EQ(inet_addr("10.1.2.3"), net.lastBestRouteDestination);
+    EXPECT_EQ(inet_addr("10.1.2.3"), net.routeDestination);
     std::srand(1000000000);
     const uint32_t high = static_cast<uint32_t>(std::rand());
     EXPECT_EQ((high << 16) | static_cast<uint32_t>(std::rand()), p.xid);
