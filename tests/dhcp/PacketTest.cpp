@@ -201,19 +201,6 @@ TEST(OptionWalk, Table) {
     }
 }
 
-// Deliberately, as the exchange relies on: option bytes beyond the end of a
-// shorter datagram keep what the packet held.
-TEST(OptionWalk, OptionBytesBeyondTheDatagramStay) {
-    Harness h;
-    ASSERT_TRUE(h.ok());
-    std::string value;
-    h.feed(Reply({252, 3, 'a', 'b', 'c', 255}), 252, value);
-    value.clear();
-    const auto r = h.feed(Reply({}), 252, value);
-    EXPECT_TRUE(r.first && r.second);
-    EXPECT_EQ("abc", value);
-}
-
 // Longer datagrams than the packet holds are cut: a copy past the option
 // area would write into the guard page.
 TEST(OptionWalk, EveryLengthFrom0To2048) {
