@@ -189,7 +189,7 @@ TEST(OptionWalk, Table) {
         {"headerOnly", headerOnly, 252, false, "", nullptr},
         // Longer datagrams are cut: a copy past the option area would write
         // into the guard page.
-        {"longest", Reply({252, 3, 'a', 'b', 'c', 255}, DHCP_RECEIVE_SIZE - DHCP_HEADER_SIZE), 252,
+        {"longerThanThePacket", Reply({252, 3, 'a', 'b', 'c', 255}, DHCP_RECEIVE_SIZE - DHCP_HEADER_SIZE), 252,
          true, "abc", nullptr},
     };
     for (const Case &c : cases) {
@@ -206,6 +206,19 @@ TEST(OptionWalk, Table) {
         EXPECT_EQ(c.found ? c.value : "unchanged", value) << c.name;
         EXPECT_TRUE(!c.trace || !trace.linesWith(c.trace).empty()) << c.name << ": " << c.trace;
     }
+}
+
+// Deliberately, as the exchange relies on: option bytes beyond the end of a
+// shorter datagram keep what the packet held.
+TEST(OptionWalk, OptionBytesBeyondTheDatagramStay) {
+    Harness h;
+    ASSERT_TRUE(h.ok());
+    std::string value;
+    h.feed(Reply({252, 3, 'a', 'b', 'c', 255}), 252, value);
+    value.clear();
+    const auto r = h.feed(Reply({}), 252, value);
+    EXPECT_TRUE(r.first && r.second);
+    EXPECT_EQ("abc", value);
 }
 
 // CreateInformPacket on a machine with one Ethernet card, DHCP on, then off.
