@@ -145,7 +145,7 @@ TEST(NetworkInfo, Machines) {
         const char *name;
         void (*arrange)(FakeNetwork &);
         bool force;
-        std::string taken;  // "host" + kNetbiosMac: the host name's address
+        std::string taken;  // Taken's text, "" for refused
         Texts said;
     };
     const std::string host = HostNameAddress() + kNetbiosMac;
@@ -177,7 +177,8 @@ TEST(NetworkInfo, Machines) {
         {"loopback only", LoopbackOnly, true, host, {kRouted, "Using adapter 2:4:6:8:10:12"}},
         {"NetBIOS: zero and dial-up skipped", [](FakeNetwork &n) {
              LoopbackOnly(n);
-             n.netbiosAdapters = {{3, {}}, {1, {'D', 'E', 'S', 'T', 0, 0}}, {2, {1, 2, 3, 4, 5, 6}}};
+             n.netbiosAdapters = {{3, {}}, {1, {'D', 'E', 'S', 'T', 0, 0}},
+                                  {2, {1, 2, 3, 4, 5, 6}}};
          }, true, HostNameAddress() + "/6/01020304050600000000000000000000",
          {kRouted, "Found zero address...continuing", "Found dialup adapter",
           "Using adapter 1:2:3:4:5:6"}},
@@ -239,7 +240,8 @@ TEST(NetworkInfo, Machines) {
         EXPECT_EQ(net.openedServiceHandles, net.closedServiceHandles) << name;
     };
     for (const Case &c : cases) run(c.name, c.arrange, nullptr, 0, c.force, c.taken, c.said);
-    for (const auto &f : failures) run(f.call, f.arrange, f.call, f.error, f.force, f.taken, f.said);
+    for (const auto &f : failures)
+        run(f.call, f.arrange, f.call, f.error, f.force, f.taken, f.said);
 }
 
 }  // namespace

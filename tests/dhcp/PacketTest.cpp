@@ -189,8 +189,9 @@ TEST(OptionWalk, Table) {
         {"headerOnly", headerOnly, 252, false, "", nullptr},
         // Longer datagrams are cut: a copy past the option area would write
         // into the guard page.
-        {"longerThanThePacket", Reply({252, 3, 'a', 'b', 'c', 255}, DHCP_RECEIVE_SIZE - DHCP_HEADER_SIZE), 252,
-         true, "abc", nullptr},
+        {"longerThanThePacket",
+         Reply({252, 3, 'a', 'b', 'c', 255}, DHCP_RECEIVE_SIZE - DHCP_HEADER_SIZE), 252, true,
+         "abc", nullptr},
     };
     for (const Case &c : cases) {
         // A fresh object each time: option bytes of an earlier datagram
