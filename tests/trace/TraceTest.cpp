@@ -251,19 +251,6 @@ TEST(Lines, TwoThreadsWriteOnlyWholeLines) {
     EXPECT_EQ(alpha, kLines);
 }
 
-TEST(Lines, UnendedMessageOfAQuietTracerIsWrittenAtExit) {
-    TempDir dir;
-    ScopedTrace trace(dir.file("t.txt"));
-    {
-        tracefunc tf(__LINE__, "File", "Quiet", 0, true);
-        tf << "begun but never ended";
-    }
-    const auto lines = trace.lines();
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(LineLevel(lines[0]), "Trace");
-    EXPECT_EQ(LineText(lines[0]), "begun but never ended");
-}
-
 TEST(Lines, FileOpenedWhileAFunctionRunsGivesOnlyTheExitLine) {
     TempDir dir;
     ScopedClock clock;
@@ -283,7 +270,7 @@ TEST(Lines, FileOpenedWhileAFunctionRunsGivesOnlyTheExitLine) {
     ZelTraceReload();
 }
 
-TEST(Lines, InsertionsFormatEachKind) {
+TEST(Lines, InsertionsFormatEachKindAndAnUnendedMessageIsWrittenAtExit) {
     TempDir dir;
     ScopedTrace trace(dir.file("t.txt"));
     {
@@ -294,6 +281,8 @@ TEST(Lines, InsertionsFormatEachKind) {
                              << L"bad\xD800" << "|" << std::string("std") << "|"
                              << static_cast<const char *>(nullptr) << "]" << endtrace;
         tf.level(ZEL_ERROR) << "an error" << endtrace;
+        // A message a quiet tracer began but never ended is written at exit.
+        tf.level(ZEL_TRACE) << "begun but never ended";
     }
     const auto kinds = trace.linesWith("[-5|");
     ASSERT_EQ(kinds.size(), 1u);
@@ -303,6 +292,9 @@ TEST(Lines, InsertionsFormatEachKind) {
     const auto error = trace.linesWith("an error");
     ASSERT_EQ(error.size(), 1u);
     EXPECT_EQ(LineLevel(error[0]), "Error");
+    const auto lines = trace.lines();
+    EXPECT_EQ(LineText(lines.back()), "begun but never ended");
+    EXPECT_EQ(LineLevel(lines.back()), "Trace");
 }
 
 TEST(Lines, NothingHappensWithoutTheManagers) {
