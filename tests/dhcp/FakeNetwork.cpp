@@ -8,67 +8,68 @@ namespace {
 
 FakeNetwork &Net() { return *FakeNetwork::current; }
 
+DWORD Fails(const std::string &call) { return Net().failing == call ? Net().error : 0; }
+
+// Fails call through the last error: the calls that answer BOOL or a handle.
+bool SetFailure(const std::string &call) {
+    if (!Fails(call)) return false;
+    ::SetLastError(Fails(call));
+    return true;
+}
+
 HMODULE FakeLoadLibraryA(const char *name) {
-    if (_stricmp(name, "iphlpapi.dll") == 0 && !Net().iphlpapiPresent) {
-        ::SetLastError(ERROR_MOD_NOT_FOUND);
-        return nullptr;
-    }
+    if (SetFailure("LoadLibraryA")) return nullptr;
     return RealNetworkFacts().LoadLibraryA(name);
 }
 
 DWORD FakeGetIpAddrTable(MIB_IPADDRTABLE *table, ULONG *size, BOOL) {
-    ++Net().ipHelperCalls;
-    DWORD count = 0;
-    for (const FakeInterface &i : Net().interfaces) count += !i.address.empty();
-    const ULONG needed = sizeof(MIB_IPADDRTABLE) + count * sizeof(MIB_IPADDRROW);
+    const ULONG needed = static_cast<ULONG>(sizeof(MIB_IPADDRTABLE) +
+                                            Net().interfaces.size() * sizeof(MIB_IPADDRROW));
     if (!table) {
         *size = needed;
-        return Net().ipAddrTableFirstAnswer;
+        return Fails("GetIpAddrTable sizing") ? Fails("GetIpAddrTable sizing")
+                                              : ERROR_INSUFFICIENT_BUFFER;
     }
-    if (Net().ipAddrTableSecondAnswer != NO_ERROR) return Net().ipAddrTableSecondAnswer;
+    if (Fails("GetIpAddrTable")) return Fails("GetIpAddrTable");
     if (*size < needed) return ERROR_INSUFFICIENT_BUFFER;
-    table->dwNumEntries = count;
-    DWORD n = 0;
-    for (const FakeInterface &i : Net().interfaces) {
-        if (i.address.empty()) continue;
-        table->table[n++] = MIB_IPADDRROW{inet_addr(i.address.c_str()), i.index,
-                                          inet_addr("255.255.255.0"), 0, 0, 0, 0};
-    }
+    table->dwNumEntries = 0;
+    for (const FakeInterface &i : Net().interfaces)
+        table->table[table->dwNumEntries++] = MIB_IPADDRROW{
+            inet_addr(i.address.c_str()), i.index, inet_addr("255.255.255.0"), 0, 0, 0, 0};
     return NO_ERROR;
 }
 
 DWORD FakeGetBestRoute(DWORD destination, DWORD, MIB_IPFORWARDROW *route) {
-    ++Net().ipHelperCalls;
-    Net().lastBestRouteDestination = destination;
-    if (Net().bestRouteError != NO_ERROR) return Net().bestRouteError;
+    Net().routeDestination = destination;
+    if (Fails("GetBestRoute")) return Fails("GetBestRoute");
     *route = MIB_IPFORWARDROW{};
-    route->dwForwardIfIndex = Net().bestRouteInterface;
+    route->dwForwardIfIndex = Net().routeInterface;
     return NO_ERROR;
 }
 
+// A failing call still fills the row: what it leaves there must not count.
 DWORD FakeGetIfEntry(MIB_IFROW *row) {
-    ++Net().ipHelperCalls;
-    if (Net().ifEntryError != NO_ERROR) return Net().ifEntryError;
     for (const FakeInterface &i : Net().interfaces) {
         if (i.index != row->dwIndex) continue;
         row->dwType = i.type;
         row->dwPhysAddrLen = static_cast<DWORD>(i.mac.size());
         std::memcpy(row->bPhysAddr, i.mac.data(), i.mac.size());
-        row->dwDescrLen = static_cast<DWORD>(i.description.size() + 1);
-        std::memcpy(row->bDescr, i.description.c_str(), i.description.size() + 1);
-        return NO_ERROR;
+        const std::string description = "if" + std::to_string(i.index);
+        row->dwDescrLen = static_cast<DWORD>(description.size() + 1);
+        std::memcpy(row->bDescr, description.c_str(), description.size() + 1);
+        return Fails("GetIfEntry");
     }
     return ERROR_INVALID_PARAMETER;
 }
 
 DWORD FakeGetAdaptersInfo(IP_ADAPTER_INFO *info, ULONG *size) {
-    ++Net().ipHelperCalls;
     const ULONG needed = static_cast<ULONG>(Net().adapters.size() * sizeof(IP_ADAPTER_INFO));
     if (!info) {
         *size = needed;
-        return Net().adaptersFirstAnswer;
+        return Fails("GetAdaptersInfo sizing") ? Fails("GetAdaptersInfo sizing")
+                                               : ERROR_BUFFER_OVERFLOW;
     }
-    if (Net().adaptersSecondAnswer != NO_ERROR) return Net().adaptersSecondAnswer;
+    if (Fails("GetAdaptersInfo")) return Fails("GetAdaptersInfo");
     if (*size < needed) return ERROR_BUFFER_OVERFLOW;
     for (size_t n = 0; n < Net().adapters.size(); ++n) {
         IP_ADAPTER_INFO &a = info[n] = IP_ADAPTER_INFO{};
@@ -82,39 +83,32 @@ DWORD FakeGetAdaptersInfo(IP_ADAPTER_INFO *info, ULONG *size) {
 }
 
 UCHAR FakeNetbios(NCB *ncb) {
-    if (!Net().netbiosPresent) return NRC_SYSTEM;
-    switch (ncb->ncb_command) {
-    case NCBENUM: {
+    const char *command = ncb->ncb_command == NCBENUM    ? "NCBENUM"
+                          : ncb->ncb_command == NCBRESET ? "NCBRESET"
+                                                         : "NCBASTAT";
+    if (Net().failing == command) return NRC_SYSTEM;
+    if (ncb->ncb_command == NCBENUM) {
         LANA_ENUM *lanas = reinterpret_cast<LANA_ENUM *>(ncb->ncb_buffer);
         lanas->length = static_cast<UCHAR>(Net().netbiosAdapters.size());
         for (size_t i = 0; i < Net().netbiosAdapters.size(); ++i)
-            lanas->lana[i] = Net().netbiosAdapters[i].lana;
+            lanas->lana[i] = Net().netbiosAdapters[i].first;
         return NRC_GOODRET;
     }
-    case NCBRESET:
-    case NCBASTAT:
-        for (const FakeNetbiosAdapter &a : Net().netbiosAdapters) {
-            if (a.lana != ncb->ncb_lana_num) continue;
-            if (ncb->ncb_command == NCBRESET) return a.resetFails ? NRC_SYSTEM : NRC_GOODRET;
-            if (a.statusFails) return NRC_SYSTEM;
-            if (std::memcmp(ncb->ncb_callname, "*               ", NCBNAMSZ) != 0 ||
-                ncb->ncb_length < sizeof(ADAPTER_STATUS))
-                return NRC_ILLCMD;
-            std::memcpy(ncb->ncb_buffer, a.address.data(), 6);
-            return NRC_GOODRET;
-        }
-        return NRC_BRIDGE;
-    default:
-        return NRC_ILLCMD;
+    for (const auto &a : Net().netbiosAdapters) {
+        if (a.first != ncb->ncb_lana_num) continue;
+        if (ncb->ncb_command == NCBRESET) return NRC_GOODRET;
+        if (std::memcmp(ncb->ncb_callname, "*               ", NCBNAMSZ) != 0 ||
+            ncb->ncb_length < sizeof(ADAPTER_STATUS))
+            return NRC_ILLCMD;
+        std::memcpy(ncb->ncb_buffer, a.second.data(), 6);
+        return NRC_GOODRET;
     }
+    return NRC_BRIDGE;
 }
 
 BOOL FakeGetVersionExA(OSVERSIONINFOA *info) {
-    if (Net().versionFails) {
-        ::SetLastError(ERROR_INVALID_PARAMETER);
+    if (SetFailure("GetVersionExA") || info->dwOSVersionInfoSize < sizeof(OSVERSIONINFOA))
         return FALSE;
-    }
-    if (info->dwOSVersionInfoSize < sizeof(OSVERSIONINFOA)) return FALSE;
     info->dwMajorVersion = Net().major;
     info->dwMinorVersion = Net().minor;
     info->dwPlatformId = Net().platform;
@@ -124,11 +118,9 @@ BOOL FakeGetVersionExA(OSVERSIONINFOA *info) {
 SC_HANDLE kManager = reinterpret_cast<SC_HANDLE>(static_cast<uintptr_t>(0x5C3));
 
 SC_HANDLE FakeOpenSCManagerA(const char *machine, const char *database, DWORD access) {
-    if (Net().scManagerFails || machine || database ||
-        access != (SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE)) {
-        ::SetLastError(ERROR_ACCESS_DENIED);
+    if (SetFailure("OpenSCManagerA") || machine || database ||
+        access != (SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE))
         return nullptr;
-    }
     ++Net().openedServiceHandles;
     return kManager;
 }
@@ -136,25 +128,19 @@ SC_HANDLE FakeOpenSCManagerA(const char *machine, const char *database, DWORD ac
 BOOL FakeEnumServicesStatusA(SC_HANDLE manager, DWORD type, DWORD state,
                              ENUM_SERVICE_STATUSA *services, DWORD size, DWORD *needed,
                              DWORD *returned, DWORD *) {
-    if (manager != kManager || type != SERVICE_WIN32 || state != SERVICE_STATE_ALL) {
-        ::SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
+    if (manager != kManager || type != SERVICE_WIN32 || state != SERVICE_STATE_ALL) return FALSE;
     // Entries first, their names after them, as the service manager lays
     // the buffer out.
     DWORD total = 0;
     for (const auto &s : Net().services)
         total += sizeof(ENUM_SERVICE_STATUSA) + static_cast<DWORD>(2 * (s.first.size() + 1));
     *needed = total;
+    *returned = 0;
     if (!services || size < total) {
-        *returned = 0;
-        ::SetLastError(services ? ERROR_MORE_DATA : Net().enumFirstError);
+        if (!SetFailure("EnumServicesStatusA sizing")) ::SetLastError(ERROR_MORE_DATA);
         return FALSE;
     }
-    if (Net().enumSecondFails) {
-        ::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return FALSE;
-    }
+    if (SetFailure("EnumServicesStatusA")) return FALSE;
     char *names = reinterpret_cast<char *>(services + Net().services.size());
     for (size_t i = 0; i < Net().services.size(); ++i) {
         const std::string &name = Net().services[i].first;
@@ -190,12 +176,5 @@ FakeNetwork::FakeNetwork() {
 }
 
 FakeNetwork::~FakeNetwork() { current = nullptr; }
-
-void FakeNetwork::AddEthernet(DWORD index, const std::string &address, std::vector<BYTE> mac,
-                              bool dhcp, const std::string &description) {
-    interfaces.push_back({index, 6, address, mac,
-                          description.empty() ? "Ethernet " + std::to_string(index) : description});
-    adapters.push_back({mac, dhcp});
-}
 
 std::vector<BYTE> Mac(BYTE last) { return {0x00, 0x16, 0x3e, 0x10, 0x20, last}; }

@@ -1,6 +1,7 @@
-// A machine's interfaces, routes, adapters, NetBIOS adapters and services as
-// IP Helper, NetBIOS, GetVersionExA and the service manager would report
-// them, installed in the network facts seam for the life of a FakeNetwork.
+// A machine's interfaces, adapters, NetBIOS adapters and services as IP
+// Helper, NetBIOS, GetVersionExA and the service manager would report them,
+// installed in the network facts seam for the life of a FakeNetwork. One
+// call can be made to fail.
 #pragma once
 
 #include <winsock2.h>
@@ -16,22 +17,14 @@
 
 struct FakeInterface {
     DWORD index;
-    DWORD type;           // 6 Ethernet, 9 token ring, 15 FDDI, 24 loopback, 23 PPP
-    std::string address;  // dotted; "" for none in the address table
+    DWORD type;           // 6 Ethernet, 24 loopback
+    std::string address;  // dotted
     std::vector<BYTE> mac;
-    std::string description;
 };
 
 struct FakeAdapter {
     std::vector<BYTE> mac;
     bool dhcpEnabled;
-};
-
-struct FakeNetbiosAdapter {
-    UCHAR lana;
-    std::array<BYTE, 6> address;
-    bool resetFails = false;
-    bool statusFails = false;
 };
 
 class FakeNetwork {
@@ -41,29 +34,20 @@ public:
     FakeNetwork(const FakeNetwork &) = delete;
     FakeNetwork &operator=(const FakeNetwork &) = delete;
 
-    // An Ethernet interface with an adapter of the same address.
-    void AddEthernet(DWORD index, const std::string &address, std::vector<BYTE> mac,
-                     bool dhcp = true, const std::string &description = "");
-
-    bool iphlpapiPresent = true;
-    std::vector<FakeInterface> interfaces;
-    DWORD bestRouteInterface = 0, bestRouteError = NO_ERROR;
-    DWORD ipAddrTableFirstAnswer = ERROR_INSUFFICIENT_BUFFER, ipAddrTableSecondAnswer = NO_ERROR;
-    DWORD ifEntryError = NO_ERROR;  // for every GetIfEntry
+    std::vector<FakeInterface> interfaces;  // each described "if<index>"
     std::vector<FakeAdapter> adapters;
-    DWORD adaptersFirstAnswer = ERROR_BUFFER_OVERFLOW, adaptersSecondAnswer = NO_ERROR;
-    bool netbiosPresent = true;
-    std::vector<FakeNetbiosAdapter> netbiosAdapters;
-    bool versionFails = false;
+    DWORD routeInterface = 0;
+    std::vector<std::pair<UCHAR, std::array<BYTE, 6>>> netbiosAdapters;  // lana, address
     DWORD major = 6, minor = 1, platform = VER_PLATFORM_WIN32_NT;
-    bool scManagerFails = false;
-    DWORD enumFirstError = ERROR_MORE_DATA;
-    bool enumSecondFails = false;
     std::vector<std::pair<std::string, DWORD>> services;  // name, state (4 running)
 
+    // The call that fails with error: a function's name, "<name> sizing" for
+    // the first of a pair of calls, or a Netbios command ("NCBRESET").
+    std::string failing;
+    DWORD error = 0;
+
     // What the code asked for.
-    int ipHelperCalls = 0;
-    DWORD lastBestRouteDestination = 0;
+    DWORD routeDestination = 0;
     int openedServiceHandles = 0, closedServiceHandles = 0;
 
     static FakeNetwork *current;

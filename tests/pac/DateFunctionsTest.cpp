@@ -33,17 +33,17 @@ protected:
 };
 
 TEST_F(YearEnd, EveryArgumentCountAndForm) {
+    // "GMT" is found the same way for every form of a function: a few rows
+    // each show it.
     const Row rows[] = {
         // One hour: h1 to h1 + 1.
         {"timeRange(1)", true}, {"timeRange(0)", true}, {"timeRange(2)", false},
-        {"timeRange(23, 'GMT')", true}, {"timeRange(22, 'gmt')", true},
-        {"timeRange(1, 'Gmt')", false},
+        {"timeRange(23, 'GMT')", true}, {"timeRange(1, 'Gmt')", false},
         // Two hours, inclusive, never wrapping past midnight.
         {"timeRange(1, 3)", true}, {"timeRange(2, 3)", false}, {"timeRange(22, 2)", false},
-        {"timeRange(20, 23, 'GMT')", true},
         // Four: hours and minutes each on their own.
         {"timeRange(1, 30, 1, 30)", true}, {"timeRange(0, 31, 5, 59)", false},
-        {"timeRange(0, 30, 17, 0)", false}, {"timeRange(23, 30, 23, 30, 'GMT')", true},
+        {"timeRange(0, 30, 17, 0)", false},
         // Six: seconds too.
         {"timeRange(1, 30, 45, 1, 30, 45)", true}, {"timeRange(1, 30, 46, 1, 30, 59)", false},
         {"timeRange(23, 30, 45, 23, 30, 45, 'GMT')", true},
@@ -58,14 +58,13 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
         {"timeRange(undefined)", false}, {"timeRange(1, null)", true},
         {"timeRange(1, 3.5, 'GMT')", true}, {"timeRange(3000000000)", false},
         {"weekdayRange('MON')", true}, {"weekdayRange('SUN')", false},
-        {"weekdayRange('SUN', 'GMT')", true}, {"weekdayRange('MON', 'GMT')", false},
-        {"weekdayRange('SUN', 'gmt')", true}, {"weekdayRange('SUN', '', 'GMT')", true},
+        {"weekdayRange('MON', 'GMT')", false}, {"weekdayRange('SUN', 'gmt')", true},
+        {"weekdayRange('SUN', '', 'GMT')", true},
         {"weekdayRange('MON', 'FRI')", true}, {"weekdayRange('TUE', 'FRI')", false},
         {"weekdayRange('MON', 'MON')", true},
         // Wrapping round the end of the week.
         {"weekdayRange('SAT', 'MON')", true}, {"weekdayRange('TUE', 'MON')", true},
         {"weekdayRange('FRI', 'SUN')", false}, {"weekdayRange('FRI', 'SUN', 'GMT')", true},
-        {"weekdayRange('TUE', 'SAT', 'GMT')", false},
         // Anything else.
         {"weekdayRange('mon')", false}, {"weekdayRange('MONDAY')", false},
         {"weekdayRange('')", false}, {"weekdayRange('MON', 'XYZ')", false},
@@ -76,25 +75,20 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
         {"dateRange(1, 'gmt')", false},
         // day1, day2, wrapping round the month's end
         {"dateRange(1, 5)", true}, {"dateRange(2, 5)", false}, {"dateRange(25, 5)", true},
-        {"dateRange(2, 30)", false}, {"dateRange(30, 31, 'GMT')", true},
-        // month
-        {"dateRange('JAN')", true}, {"dateRange('DEC')", false}, {"dateRange('DEC', 'GMT')", true},
-        // month1, month2, wrapping round the year's end
+        {"dateRange(2, 30)", false},
+        // month; month1, month2, wrapping round the year's end
+        {"dateRange('JAN')", true}, {"dateRange('DEC')", false},
         {"dateRange('NOV', 'FEB')", true}, {"dateRange('FEB', 'NOV')", false},
-        {"dateRange('NOV', 'DEC', 'GMT')", true},
-        // year
-        {"dateRange(2024)", true}, {"dateRange(2023)", false}, {"dateRange(2023, 'GMT')", true},
-        // year1, year2, never wrapping
+        // year; year1, year2, never wrapping
+        {"dateRange(2024)", true}, {"dateRange(2023)", false},
         {"dateRange(2020, 2024)", true}, {"dateRange(2025, 2030)", false},
-        {"dateRange(2024, 2020)", false}, {"dateRange(2020, 2023, 'GMT')", true},
+        {"dateRange(2024, 2020)", false},
         // day1, month1, day2, month2, wrapping
         {"dateRange(1, 'JAN', 5, 'JAN')", true}, {"dateRange(2, 'JAN', 5, 'FEB')", false},
         {"dateRange(24, 'DEC', 6, 'JAN')", true}, {"dateRange(24, 'DEC', 30, 'DEC')", false},
-        {"dateRange(24, 'DEC', 31, 'DEC', 'GMT')", true},
         // month1, year1, month2, year2
         {"dateRange('DEC', 2023, 'JAN', 2024)", true}, {"dateRange('FEB', 2024, 'JAN', 2024)", false},
         {"dateRange('JAN', 2023, 'DEC', 2023)", false},
-        {"dateRange('JAN', 2023, 'DEC', 2023, 'GMT')", true},
         // day1, month1, year1, day2, month2, year2
         {"dateRange(1, 'JAN', 2024, 1, 'JAN', 2024)", true},
         {"dateRange(31, 'DEC', 2023, 1, 'JAN', 2024)", true},
@@ -106,11 +100,10 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
         // on the day only, across the year's end in local time and in GMT.
         {"dateRange(1, 'JAN')", true}, {"dateRange(31, 'DEC')", false},
         {"dateRange(2, 'JAN')", false}, {"dateRange(31, 'DEC', 'GMT')", true},
-        {"dateRange(30, 'DEC', 'GMT')", false}, {"dateRange(1, 'JAN', 'GMT')", false},
+        {"dateRange(1, 'JAN', 'GMT')", false},
         {"dateRange(1, 'JAN', 2024)", true}, {"dateRange(1, 'JAN', 2023)", false},
         {"dateRange(31, 'DEC', 2023)", false}, {"dateRange(2, 'JAN', 2024)", false},
-        {"dateRange(31, 'DEC', 2023, 'GMT')", true}, {"dateRange(31, 'DEC', 2024, 'GMT')", false},
-        {"dateRange(30, 'DEC', 2023, 'GMT')", false}, {"dateRange(1, 'JAN', 2024, 'GMT')", false},
+        {"dateRange(31, 'DEC', 2023, 'GMT')", true}, {"dateRange(1, 'JAN', 2024, 'GMT')", false},
         {"dateRange(1, 'JAN', 2024, 'local')", false}, {"dateRange(1, 'jan', 2024)", false},
         // Anything else.
         {"dateRange(0)", false}, {"dateRange(32)", false}, {"dateRange(999)", false},

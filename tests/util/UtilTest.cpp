@@ -71,23 +71,15 @@ TEST(Utf8, RefusalAboveUcs2IsTracedBeforeTheThrow) {
     EXPECT_EQ(trace.linesWith("...encountered case").size(), 1u);
 }
 
+// The texts by code are the message table's; the lookup is checked on the
+// codes this library raises and on one it does not know.
 TEST(qorException, MessagesByCode) {
-    const struct {
-        uint32_t code;
-        const char *message;
-    } rows[] = {
-        {5007, "Peer disconnected"},
-        {5027, "Internal error:  WouldBlock error not correctly processed"},
-        {5665,
-         "This combination of client and server versions does not allow the use of extended "
-         "characters."},
-        {5666, "An error occurred while locating your proxy server."},
-        {0, "Unknown error"},
-        {4294967295u, "Unknown error"},
-    };
-    for (const auto &row : rows) {
-        EXPECT_STREQ(qorException("here", row.code).message(), row.message) << row.code;
-    }
+    EXPECT_STREQ(qorException("here", 5665).message(),
+                 "This combination of client and server versions does not allow the use of "
+                 "extended characters.");
+    EXPECT_STREQ(qorException("here", 5666).message(),
+                 "An error occurred while locating your proxy server.");
+    EXPECT_STREQ(qorException("here", 4294967295u).message(), "Unknown error");
     qorException e("here", 5665);
     EXPECT_EQ(e.fullMessage(), e.message());
     e.setDetail("x");
