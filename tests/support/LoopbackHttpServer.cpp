@@ -3,7 +3,6 @@
 #include <ws2tcpip.h>
 
 #include <algorithm>
-#include <cstdio>
 
 SOCKET LoopbackListener(int backlog, unsigned short &port) {
     SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
@@ -24,12 +23,6 @@ SOCKET LoopbackListener(int backlog, unsigned short &port) {
 }
 
 namespace {
-
-std::string LoopbackUrl(unsigned short port, const std::string &path) {
-    char base[64];
-    snprintf(base, sizeof base, "http://127.0.0.1:%u", static_cast<unsigned>(port));
-    return base + path;
-}
 
 // Sends all of data unless the peer goes; false when it went.
 bool SendAll(SOCKET s, const char *data, size_t size) {
@@ -75,7 +68,7 @@ LoopbackHttpServer::~LoopbackHttpServer() {
 }
 
 std::string LoopbackHttpServer::url(const std::string &path) const {
-    return LoopbackUrl(port_, path);
+    return "http://127.0.0.1:" + std::to_string(port_) + path;
 }
 
 void LoopbackHttpServer::serve(const std::string &target, HttpResponse response) {
@@ -162,27 +155,21 @@ void LoopbackHttpServer::handle(SOCKET client) {
     }
     if (target.empty()) {
         ++silentConnections_;
-        shutdown(client, SD_BOTH);
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_.erase(std::remove(open_.begin(), open_.end(), client), open_.end());
-        closesocket(client);
-        return;
-    }
-    {
+    } else {
         std::lock_guard<std::mutex> lock(mutex_);
         requests_.push_back(target);
         if (requests_.size() > kRequestsKept) requests_.pop_front();
         lastHead_ = head;
     }
     const HttpResponse r = lookup(target);
-    if (r.delayMs == 0 || WaitForSingleObject(stop_, r.delayMs) == WAIT_TIMEOUT) {
+    if (!target.empty() &&
+        (r.delayMs == 0 || WaitForSingleObject(stop_, r.delayMs) == WAIT_TIMEOUT)) {
         std::string reply = "HTTP/1.1 " + std::to_string(r.status) + " " + r.reason + "\r\n";
         reply += "Content-Type: " + r.contentType + "\r\n";
         if (r.announcedLength == HttpResponse::kBodySize)
             reply += "Content-Length: " + std::to_string(r.body.size()) + "\r\n";
         else if (r.announcedLength >= 0)
             reply += "Content-Length: " + std::to_string(r.announcedLength) + "\r\n";
-        reply += r.extraHeaders;
         reply += "Connection: close\r\n\r\n";
         const size_t bodyBytes = std::min(r.sendLimit, r.body.size());
         bool sent = SendAll(client, reply.data(), reply.size());

@@ -25,8 +25,6 @@ struct HttpResponse {
     std::string reason = "OK";
     std::string contentType = "application/x-ns-proxy-autoconfig";
     std::string body;
-    // Further header lines, each ending in "\r\n".
-    std::string extraHeaders;
     // The Content-Length sent: the body's size unless set; kNoLength sends
     // none, so the body ends where the connection closes.
     static constexpr int64_t kBodySize = -1;
@@ -76,7 +74,6 @@ public:
     LoopbackHttpServer(const LoopbackHttpServer &) = delete;
     LoopbackHttpServer &operator=(const LoopbackHttpServer &) = delete;
 
-    unsigned short port() const { return port_; }
     // "http://127.0.0.1:<port>" followed by the path.
     std::string url(const std::string &path) const;
 

@@ -79,7 +79,8 @@ ScopedRegistryValue ScopedRegistryValue::Absent(const std::string &name, HKEY ro
     return v;
 }
 
-void DeleteRegistryTree(HKEY root, const std::string &key) {
+// Deletes a whole key tree under a root, ignoring a missing one.
+static void DeleteRegistryTree(HKEY root, const std::string &key) {
     RegDeleteTreeA(root, key.c_str());
     RegDeleteKeyA(root, key.c_str());
 }
@@ -118,27 +119,16 @@ ScopedEnvironment::ScopedEnvironment(const std::string &name, const std::string 
 
 ScopedEnvironment::~ScopedEnvironment() { _putenv_s(name_.c_str(), had_ ? old_.c_str() : ""); }
 
-namespace {
-
-void RemoveTree(const std::string &path) {
-    WIN32_FIND_DATAA data;
-    HANDLE find = FindFirstFileA((path + "\\*").c_str(), &data);
-    if (find != INVALID_HANDLE_VALUE) {
-        do {
-            const std::string name = data.cFileName;
-            if (name == "." || name == "..") continue;
-            const std::string full = path + "\\" + name;
-            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
-                RemoveTree(full);
-            else
-                DeleteFileA(full.c_str());
-        } while (FindNextFileA(find, &data));
-        FindClose(find);
+static void RemoveTree(const std::string &path) {
+    for (const std::string &name : DirectoryEntries(path)) {
+        const std::string full = path + "\\" + name;
+        if (GetFileAttributesA(full.c_str()) & FILE_ATTRIBUTE_DIRECTORY)
+            RemoveTree(full);
+        else
+            DeleteFileA(full.c_str());
     }
     RemoveDirectoryA(path.c_str());
 }
-
-}  // namespace
 
 TempDir::TempDir() {
     char base[MAX_PATH + 1];

@@ -48,9 +48,6 @@ private:
     std::vector<BYTE> old_;
 };
 
-// Deletes a whole key tree under a root, ignoring a missing one.
-void DeleteRegistryTree(HKEY root, const std::string &key);
-
 // Takes a key tree away for the scope (a copy is parked under a key of
 // the test's own) and puts it back, as it was, when it goes.
 class ScopedKeyRemoved {
