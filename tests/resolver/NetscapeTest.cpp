@@ -129,6 +129,7 @@ TEST_F(NetscapeTest, ProxyFromThePreferences) {
         {"empty file", "", 2, {}, {unable}},
         {"no type", Host("http", "h"), 2, {}, {unable}},
         {"type 0", Type(0) + Host("http", "h"), 2, {}, {unable}},
+        {"type 3", Type(3) + Host("http", "h"), 2, {}, {"Proxy type is 3"}},
         {"type -1", Type(-1), 2, {}, {"Proxy type is -1"}},
         {"type not a number", Pref("network.proxy.type", "\"1\""), 2, {}, {unable}},
         {"ssl", Type(1) + Host("ssl", "s") + Port("ssl", "443"), 0, {Proxy("s", 443)}, {t1, ssl}},
