@@ -7,7 +7,6 @@
 
 namespace {
 
-const char kNavigatorKey[] = "Software\\Netscape\\Netscape Navigator";
 const char kMainKey[] = "Software\\Netscape\\Netscape Navigator\\4.8 (en)\\Main";
 const char kBiffKey[] = "Software\\Netscape\\Netscape Navigator\\biff";
 
@@ -23,22 +22,8 @@ std::string Port(const std::string &kind, const std::string &port) {
     return Pref("network.proxy." + kind + "_port", port);
 }
 
-// A Navigator installed in a folder of its own: the program folder beside
-// the users' profiles, the registry keys naming both, and the user alice.
 class NetscapeTest : public PacTest {
 protected:
-    NetscapeTest() {
-        CreateDirectoryA(program_.c_str(), nullptr);
-        CreateDirectoryA(files_.file("Users").c_str(), nullptr);
-        CreateDirectoryA(files_.file("Users\\alice").c_str(), nullptr);
-        registry_.push_back(ScopedRegistryValue::String("CurrentVersion", "4.8 (en)",
-                                                        HKEY_LOCAL_MACHINE, kNavigatorKey));
-        registry_.push_back(ScopedRegistryValue::String("Install Directory", program_,
-                                                        HKEY_LOCAL_MACHINE, kMainKey));
-        registry_.push_back(
-            ScopedRegistryValue::String("CurrentUser", "alice", HKEY_CURRENT_USER, kBiffKey));
-    }
-
     // The messages of this path's own functions, entry and exit left out.
     std::vector<std::string> Ours() const {
         std::vector<std::string> texts;
@@ -53,12 +38,9 @@ protected:
         return texts;
     }
 
-    ScopedKeyRemoved machineKey_{HKEY_LOCAL_MACHINE, "Software\\Netscape"};
-    ScopedKeyRemoved userKey_{HKEY_CURRENT_USER, "Software\\Netscape"};
-    const std::string program_ = files_.file("Program");
-    const std::string prefs_ = files_.file("Users\\alice\\prefs.js");
+    ScopedNavigator navigator_{files_};
+    const std::string &program_ = navigator_.program, &prefs_ = navigator_.prefs;
     const std::string path_ = program_ + "\\..\\Users\\alice\\prefs.js";
-    std::vector<ScopedRegistryValue> registry_;
 };
 
 TEST_F(NetscapeTest, PrefsFileIsFoundBesideTheProgramFolderThroughEveryKey) {

@@ -13,6 +13,20 @@ std::vector<Entry> Entries(const Routvane &resolver) {
     return out;
 }
 
+ScopedNavigator::ScopedNavigator(const TempDir &dir)
+    : program(dir.file("Program")), prefs(dir.file("Users\\alice\\prefs.js")) {
+    CreateDirectoryA(program.c_str(), nullptr);
+    CreateDirectoryA(dir.file("Users").c_str(), nullptr);
+    CreateDirectoryA(dir.file("Users\\alice").c_str(), nullptr);
+    const std::string key = kNavigatorKey;
+    values.push_back(
+        ScopedRegistryValue::String("CurrentVersion", "4.8 (en)", HKEY_LOCAL_MACHINE, key));
+    values.push_back(ScopedRegistryValue::String("Install Directory", program, HKEY_LOCAL_MACHINE,
+                                                 key + "\\4.8 (en)\\Main"));
+    values.push_back(
+        ScopedRegistryValue::String("CurrentUser", "alice", HKEY_CURRENT_USER, key + "\\biff"));
+}
+
 int WinInetLog::open = 0;
 std::vector<std::string> WinInetLog::calls;
 static HINTERNET session;

@@ -34,6 +34,18 @@ inline Entry Proxy(const std::string &host, uint32_t port) {
 }
 std::vector<Entry> Entries(const Routvane &resolver);
 
+// Navigator 4.8 (en) installed in a folder of its own for the scope: the
+// program folder beside the users' profiles, the registry keys naming both,
+// and the user alice, whose prefs.js is prefs.
+struct ScopedNavigator {
+    explicit ScopedNavigator(const TempDir &dir);
+    ScopedKeyRemoved machineKey{HKEY_LOCAL_MACHINE, "Software\\Netscape"};
+    ScopedKeyRemoved userKey{HKEY_CURRENT_USER, "Software\\Netscape"};
+    const std::string program, prefs;
+    std::vector<ScopedRegistryValue> values;
+};
+const char kNavigatorKey[] = "Software\\Netscape\\Netscape Navigator";
+
 // A script whose FindProxyForURL returns the given JScript expression.
 inline std::string Returning(const std::string &expression) {
     return "function FindProxyForURL(url, host) {\n    return " + expression + ";\n}\n";

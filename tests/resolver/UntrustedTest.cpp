@@ -279,26 +279,15 @@ TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
 // server lets go, an idle one when no further job comes.
 TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorkerEnds) {
     auto server = std::make_unique<LoopbackHttpServer>();
-    const std::string navigator = "Software\\Netscape\\Netscape Navigator";
-    ScopedKeyRemoved machine(HKEY_LOCAL_MACHINE, "Software\\Netscape");
-    ScopedKeyRemoved user(HKEY_CURRENT_USER, "Software\\Netscape");
+    ScopedNavigator navigator(dir_);
     ScopedBrowserCommand browser("\"C:\\Program Files\\Netscape\\netscape.exe\" -h \"%1\"");
-    CreateDirectoryA(dir_.file("Program").c_str(), nullptr);
-    CreateDirectoryA(dir_.file("Users").c_str(), nullptr);
-    CreateDirectoryA(dir_.file("Users\\alice").c_str(), nullptr);
     const auto namePac = [&] {
-        WriteFileText(dir_.file("Users\\alice\\prefs.js"),
+        WriteFileText(navigator.prefs,
                       "user_pref(\"network.proxy.type\", 2);\n"
                       "user_pref(\"network.proxy.autoconfig_url\", \"" +
                           server->url("/proxy.pac") + "\");\n");
     };
     namePac();
-    auto version = ScopedRegistryValue::String("CurrentVersion", "4.8 (en)", HKEY_LOCAL_MACHINE,
-                                               navigator);
-    auto install = ScopedRegistryValue::String("Install Directory", dir_.file("Program"),
-                                               HKEY_LOCAL_MACHINE, navigator + "\\4.8 (en)\\Main");
-    auto current = ScopedRegistryValue::String("CurrentUser", "alice", HKEY_CURRENT_USER,
-                                               navigator + "\\biff");
     const std::string dll = Beside("routvane.dll");
     const std::string answering =
         "function FindProxyForURL(url, host) {\n"
