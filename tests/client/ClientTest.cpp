@@ -1,6 +1,6 @@
-// A client program's view: the DLL registered with regsvr32, the resolver
-// created by ProgID through nothing but the public header, the example of
-// the README; and routvane.exe as an administrator runs it (its usage
+// A client program's view: the DLL registered with regsvr32, the example of
+// the README creating the resolver by ProgID through nothing but the public
+// header; and routvane.exe as an administrator runs it (its usage
 // errors, its text and JSON lines, its PAC tester against a PAC server of
 // this program and on local script files). The decisions behind the
 // answers are the library's own tests; here each path is run once.
@@ -10,13 +10,10 @@
 #include "TestSupport.h"
 
 #include <windows.h>
-#include <objbase.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
-
-#include <routvane.h>
 
 namespace {
 
@@ -67,8 +64,6 @@ protected:
         ASSERT_EQ(0u, RunProgram("regsvr32", "/s \"" + Beside("routvane.dll") + "\"").code);
     }
     static void TearDownTestSuite() { RunProgram("regsvr32", "/u /s \"" + Beside("routvane.dll") + "\""); }
-    ComApartment com_;
-
     static constexpr const char *kKey =
         "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
     ScopedRegistryValue enable_ = ScopedRegistryValue::Dword("ProxyEnable", 1, HKEY_CURRENT_USER, kKey);
@@ -77,35 +72,6 @@ protected:
     ScopedRegistryValue bypass_ = ScopedRegistryValue::String(
         "ProxyOverride", "<local>;*.intranet.example", HKEY_CURRENT_USER, kKey);
 };
-
-TEST_F(ClientTest, ResolvesThroughTheRegisteredServer) {
-    CLSID clsid = {};
-    ASSERT_EQ(S_OK, CLSIDFromProgID(ROUTVANE_PROGID, &clsid));
-    EXPECT_TRUE(IsEqualCLSID(clsid, CLSID_Routvane));
-    IRoutvane *resolver = nullptr;
-    ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IRoutvane,
-                                     reinterpret_cast<void **>(&resolver)));
-    EXPECT_EQ(ROUTVANE_PROXY, resolver->RoutvaneBrowser(0, "www.example.com", 443));
-    ASSERT_EQ(1, resolver->GetProxyCount());
-    bool direct = true;
-    char host[64];
-    unsigned port = 0;
-    EXPECT_TRUE(resolver->GetProxy(0, &direct, host, sizeof host, &port));
-    EXPECT_FALSE(direct);
-    EXPECT_STREQ("proxy.corp.example", host);
-    EXPECT_EQ(3128u, port);
-    unsigned browser = ROUTVANE_BROWSER_UNKNOWN;
-    EXPECT_TRUE(resolver->GetBrowser(&browser));
-    EXPECT_EQ(ROUTVANE_BROWSER_IE, browser);
-    EXPECT_EQ(0u, resolver->Release());
-    // With every object released the server may be unloaded.
-    HMODULE dll = GetModuleHandleA("routvane.dll");
-    ASSERT_NE(nullptr, dll);
-    auto canUnload = reinterpret_cast<HRESULT(WINAPI *)()>(
-        reinterpret_cast<void *>(GetProcAddress(dll, "DllCanUnloadNow")));
-    ASSERT_NE(nullptr, canUnload);
-    EXPECT_EQ(S_OK, canUnload());
-}
 
 TEST_F(ClientTest, ProgramsOverTheRegisteredServer) {
     const std::string example = Beside("resolve_example.exe");
