@@ -1,12 +1,6 @@
 #!/bin/sh
 # Fails when a file under src/ includes a header of a layer it must not use.
-# The layers and what each may use, as the libraries link (cmake/Sources.cmake):
-#   util, trace (routvane_base)  each other only
-#   com                          base
-#   pac                          com and base
-#   dhcp                         base
-#   resolver                     pac, dhcp, com and base
-#   server                       all of them
+# The layers and what each may use, as the libraries link (cmake/Sources.cmake).
 set -eu
 cd "$1"
 allowed() {

@@ -4,12 +4,8 @@
 set -eu
 readme=$1
 example=$2
-awk '/^```cpp$/{f=1;next} /^```$/{if(f){exit}} f' "$readme" >"${TMPDIR:-/tmp}/readme-example.$$"
-if cmp -s "${TMPDIR:-/tmp}/readme-example.$$" "$example"; then
-  rm -f "${TMPDIR:-/tmp}/readme-example.$$"
-  echo "README example matches $example"
-else
-  diff "${TMPDIR:-/tmp}/readme-example.$$" "$example" || true
-  rm -f "${TMPDIR:-/tmp}/readme-example.$$"
-  exit 1
-fi
+block=$(mktemp)
+trap 'rm -f "$block"' EXIT
+awk '/^```cpp$/{f=1;next} /^```$/{if(f){exit}} f' "$readme" >"$block"
+diff "$block" "$example"
+echo "README example matches $example"

@@ -1,6 +1,6 @@
-// A client program's view: the DLL registered with regsvr32, the resolver
-// created by ProgID through nothing but the public header, the example of
-// the README; and routvane.exe as an administrator runs it (its usage
+// A client program's view: the DLL registered with regsvr32, the example of
+// the README creating the resolver by ProgID through nothing but the public
+// header; and routvane.exe as an administrator runs it (its usage
 // errors, its text and JSON lines, its PAC tester against a PAC server of
 // this program and on local script files). The decisions behind the
 // answers are the library's own tests; here each path is run once.
@@ -10,13 +10,10 @@
 #include "TestSupport.h"
 
 #include <windows.h>
-#include <objbase.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
-
-#include <routvane.h>
 
 namespace {
 
@@ -67,9 +64,6 @@ protected:
         ASSERT_EQ(0u, RunProgram("regsvr32", "/s \"" + Beside("routvane.dll") + "\"").code);
     }
     static void TearDownTestSuite() { RunProgram("regsvr32", "/u /s \"" + Beside("routvane.dll") + "\""); }
-    void SetUp() override { ASSERT_TRUE(SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))); }
-    void TearDown() override { CoUninitialize(); }
-
     static constexpr const char *kKey =
         "Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings";
     ScopedRegistryValue enable_ = ScopedRegistryValue::Dword("ProxyEnable", 1, HKEY_CURRENT_USER, kKey);
@@ -78,35 +72,6 @@ protected:
     ScopedRegistryValue bypass_ = ScopedRegistryValue::String(
         "ProxyOverride", "<local>;*.intranet.example", HKEY_CURRENT_USER, kKey);
 };
-
-TEST_F(ClientTest, ResolvesThroughTheRegisteredServer) {
-    CLSID clsid = {};
-    ASSERT_EQ(S_OK, CLSIDFromProgID(ROUTVANE_PROGID, &clsid));
-    EXPECT_TRUE(IsEqualCLSID(clsid, CLSID_Routvane));
-    IRoutvane *resolver = nullptr;
-    ASSERT_EQ(S_OK, CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IRoutvane,
-                                     reinterpret_cast<void **>(&resolver)));
-    EXPECT_EQ(ROUTVANE_PROXY, resolver->RoutvaneBrowser(0, "www.example.com", 443));
-    ASSERT_EQ(1, resolver->GetProxyCount());
-    bool direct = true;
-    char host[64];
-    unsigned port = 0;
-    EXPECT_TRUE(resolver->GetProxy(0, &direct, host, sizeof host, &port));
-    EXPECT_FALSE(direct);
-    EXPECT_STREQ("proxy.corp.example", host);
-    EXPECT_EQ(3128u, port);
-    unsigned browser = ROUTVANE_BROWSER_UNKNOWN;
-    EXPECT_TRUE(resolver->GetBrowser(&browser));
-    EXPECT_EQ(ROUTVANE_BROWSER_IE, browser);
-    EXPECT_EQ(0u, resolver->Release());
-    // With every object released the server may be unloaded.
-    HMODULE dll = GetModuleHandleA("routvane.dll");
-    ASSERT_NE(nullptr, dll);
-    auto canUnload = reinterpret_cast<HRESULT(WINAPI *)()>(
-        reinterpret_cast<void *>(GetProcAddress(dll, "DllCanUnloadNow")));
-    ASSERT_NE(nullptr, canUnload);
-    EXPECT_EQ(S_OK, canUnload());
-}
 
 TEST_F(ClientTest, ProgramsOverTheRegisteredServer) {
     const std::string example = Beside("resolve_example.exe");
@@ -135,24 +100,18 @@ TEST(CommandLineTest, UsageErrorsExitWithThreeAndOneLine) {
         const char *message;  // a fragment of the one line on standard error
     } cases[] = {
         {"", "missing HOST"},
-        {"--json", "missing HOST"},
-        {"--detect --options 3 --json", "missing HOST"},
         {"\"\"", "missing HOST"},
         {"--frobnicate intranet", "not expected: --frobnicate"},
-        {"-x intranet", "not expected: -x"},
-        {"--pac http://127.0.0.1/p.pac --jsn intranet", "not expected: --jsn"},
         {"intranet 65536", "PORT must be a number from 0 to 65535: 65536"},
         {"intranet 99999999999999999999999", "PORT must be a number from 0 to 65535"},
         {"intranet 80x", "PORT must be a number from 0 to 65535: 80x"},
         {"--detect --options ten intranet", "--options: not a number"},
-        {"--detect --options 3.5 intranet", "--options: not a number"},
         {"--options 0x100000000 intranet", "--options: not a number"},
         {"--detect --options", "--options: 1 required"},
         {"--pac", "--pac: 1 required"},
         {"--pac --json intranet", "--pac needs a URL"},
         {"--pac-file --json intranet", "--pac-file needs a path"},
         {"--pac http://127.0.0.1/p.pac --detect intranet", "--pac excludes --detect"},
-        {"--detect --pac http://127.0.0.1/p.pac intranet", "--pac excludes --detect"},
         {"--pac-file p.pac --pac http://127.0.0.1/p.pac intranet", "excludes --pac-file"},
         {"--pac-file p.pac --detect intranet", "--pac-file excludes --detect"},
         {"--pac http://127.0.0.1/p.pac --options 1 intranet", "--options has no effect with --pac"},
@@ -182,16 +141,22 @@ TEST(CommandLineTest, UsageErrorsExitWithThreeAndOneLine) {
 }
 
 TEST(CommandLineTest, DetectWithBothStagesOffAnswersDirect) {
-    // Bits 0 and 1: neither the DHCP broadcast nor a wpad look-up.
-    CheckRuns({
-        {"JSON, the run's trace on standard error", kTool,
-         "--detect --options 3 --json --trace www.example.com 443", 1,
-         "{\"target\":\"www.example.com:443\",\"status\":1,\"browser\":null,\"entries\":[],"
-         "\"autoConfigURL\":\"\"}\r\n",
-         "*Using DHCP timeout: |DiscoverProxyUrlViaDHCP returned false|!Trying WPAD"},
-        {"text, the options in hex", kTool, "--detect --options 0x3 www.example.com", 1,
-         "www.example.com:80  direct  none\r\nauto-config URL: none found\r\n", ""},
-    });
+    // Bits 0 and 1: neither the DHCP broadcast nor a wpad look-up. The DHCP
+    // outcome is traced in the resolver's component although DHCP never ran.
+    {
+        auto timeout = ScopedRegistryValue::Absent("DHCPTimeout");
+        CheckRuns({{"JSON, the run's trace on standard error; the default time-out", kTool,
+                    "--detect --options 3 --json --trace www.example.com 443", 1,
+                    "{\"target\":\"www.example.com:443\",\"status\":1,\"browser\":null,"
+                    "\"entries\":[],\"autoConfigURL\":\"\"}\r\n",
+                    "*Using DHCP timeout: 2 secs|\tRoutvane\tDiscoverProxyUrlViaDHCP returned false"
+                    "|!Trying WPAD"}});
+    }
+    auto timeout = ScopedRegistryValue::Dword("DHCPTimeout", 0xFFFFFFFF);
+    CheckRuns({{"text, the options in hex; the time-out traced signed", kTool,
+                "--detect --options 0x3 --trace www.example.com", 1,
+                "www.example.com:80  direct  none\r\nauto-config URL: none found\r\n",
+                "*Using DHCP timeout: -1 secs"}});
 }
 
 // The script sees the URL and host routvane.exe was given; each run fetches
@@ -209,12 +174,6 @@ TEST(PacTesterTest, AgainstAServerOfItsOwn) {
                  HttpResponse::Text("function FindProxyForURL(url, host) { return \"\"; }"));
     const std::string proxy = server.url("/proxy.pac"), direct = server.url("/direct.pac");
     const std::string missing = server.url("/missing.pac");
-    const std::string refused =
-        "http://127.0.0.1:" + std::to_string(UnusedLoopbackPort()) + "/proxy.pac";
-    const auto failed = [](const std::string &tried) {
-        return "{\"target\":\"www.example.com:80\",\"status\":2,\"browser\":null,\"entries\":[],"
-               "\"autoConfigURL\":\"" + tried + "\"}\r\n";
-    };
     CheckRuns({
         {"JSON: the script's quotes and line ends escaped; --trace on standard error", kTool,
          "--pac " + proxy + " --json --script --trace www.example.com 8080", 0,
@@ -237,10 +196,9 @@ TEST(PacTesterTest, AgainstAServerOfItsOwn) {
         {"a 404 page", kTool, "--pac " + missing + " --json --trace www.example.com", 0,
          "{\"target\":\"www.example.com:80\",\"status\":0,\"browser\":null,\"entries\":[],"
          "\"autoConfigURL\":\"" + missing + "\"}\r\n", "*host.ExecuteSSS failed:  "},
-        {"a refused connection: its URL recorded as tried", kTool,
-         "--pac " + refused + " --json www.example.com", 2, failed(refused), ""},
         {"no URL at all: nothing tried", kTool, "--pac not-a-url --json www.example.com", 2,
-         failed(""), ""},
+         "{\"target\":\"www.example.com:80\",\"status\":2,\"browser\":null,\"entries\":[],"
+         "\"autoConfigURL\":\"\"}\r\n", ""},
     });
     EXPECT_EQ(server.requests(),
               std::vector<std::string>({"/proxy.pac", "/proxy.pac", "/direct.pac", "/missing.pac"}));

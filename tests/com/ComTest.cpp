@@ -27,7 +27,6 @@ TEST(Module, ClassObjectForItsClassAndInterfacesOnly) {
         const IID *iid;
         HRESULT hr;
     } rows[] = {{&kOtherClsid, &IID_IClassFactory, CLASS_E_CLASSNOTAVAILABLE},
-                {&IID_IRoutvane, &IID_IClassFactory, CLASS_E_CLASSNOTAVAILABLE},
                 {&CLSID_Routvane, &IID_IUnknown, S_OK},
                 {&CLSID_Routvane, &IID_IClassFactory, S_OK},
                 {&CLSID_Routvane, &IID_ISupportErrorInfo, S_OK},

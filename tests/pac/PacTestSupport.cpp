@@ -1,22 +1,12 @@
 #include "PacTestSupport.h"
 
-#include <gtest/gtest.h>
 
+#include "TestSupport.h"
 #include "pac/ScriptHost.h"
-
-namespace {
 
 // The evaluating thread of a client has COM initialised; so does this
 // program's, for its whole run.
-class ComApartment : public testing::Environment {
-    void SetUp() override { ASSERT_EQ(S_OK, CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED)); }
-    void TearDown() override { CoUninitialize(); }
-};
-
-[[maybe_unused]] testing::Environment *const g_apartment =
-    testing::AddGlobalTestEnvironment(new ComApartment);
-
-}  // namespace
+static const ComApartment g_apartment;
 
 ScriptOutcome RunScript(const std::string &script, const std::string &url,
                         const std::string &host) {
