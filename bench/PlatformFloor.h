@@ -224,7 +224,8 @@ inline std::string EvaluateBare(const std::string &script, const std::string &ur
 }
 
 // The download and the evaluation as the library makes them: each on the
-// worker, the evaluation in the worker's multithreaded apartment.
+// worker, the evaluation in the worker's multithreaded apartment with
+// Windows Sockets started for the helper object.
 inline std::string DownloadOnWorker(const std::string &url, DWORD timeoutMs) {
     struct Job {
         const std::string &url;
@@ -250,7 +251,12 @@ inline std::string EvaluateOnWorker(const std::string &script, const std::string
         [](void *p) {
             Job &j = *static_cast<Job *>(p);
             const HRESULT hr = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-            j.answer = EvaluateBare(j.script, j.url, j.host);
+            {
+                // The helper object starts Windows Sockets for its name and
+                // address functions whether the script calls them or not.
+                const WinsockSession sockets;
+                j.answer = EvaluateBare(j.script, j.url, j.host);
+            }
             if (SUCCEEDED(hr)) CoUninitialize();
         },
         &job);
