@@ -91,8 +91,21 @@ void RunWork(WorkerState &state) {
     if (state.token) SetThreadToken(nullptr, nullptr);
 }
 
-// Runs one job to its end; true when the caller still waited for it.
-bool ServeJob(const std::shared_ptr<WorkerState> &state) {
+// Offers this worker for the next job; false when another one is offered
+// already (one idle worker is enough).
+bool OfferSelf(WorkerThread &self) {
+    std::lock_guard<std::mutex> lock(g_idleMutex);
+    if (g_idle) return false;
+    g_idle = &self;
+    return true;
+}
+
+// Runs one job to its end; true when this worker is then offered for the
+// next one, which only a worker the caller still waited for is. It is
+// offered before the caller hears that the job is done, so that the
+// caller's next job (the evaluation after the download) finds this thread
+// rather than starting another.
+bool ServeJob(WorkerThread &self, const std::shared_ptr<WorkerState> &state) {
     RunWork(*state);
     int running = kRunning;
     const bool waitedFor = state->phase.compare_exchange_strong(running, kFinished);
@@ -100,18 +113,14 @@ bool ServeJob(const std::shared_ptr<WorkerState> &state) {
     state->work = nullptr;
     ModuleLockServer(false);
     if (!waitedFor) AbandonedCountChanged(-1);
+    const bool offered = waitedFor && OfferSelf(self);
     SetEvent(state->done.get());
-    return waitedFor;
+    return offered;
 }
 
-// Offers this worker for the next job for kLingerMs; the job handed over,
-// or null when none came and the worker is no longer offered.
+// Waits kLingerMs for a job handed to this offered worker; the job, or null
+// when none came and the worker is no longer offered.
 std::shared_ptr<WorkerState> NextJob(WorkerThread &self) {
-    {
-        std::lock_guard<std::mutex> lock(g_idleMutex);
-        if (g_idle) return nullptr;  // one idle worker is enough
-        g_idle = &self;
-    }
     WaitForSingleObject(self.wake.get(), kLingerMs);
     std::lock_guard<std::mutex> lock(g_idleMutex);
     if (g_idle == &self) {
@@ -131,7 +140,7 @@ DWORD WINAPI WorkerMain(void *parameter) {
         // An abandoned worker serves no further job: it may have been
         // held for minutes by a server, and ends as soon as it is free.
         for (std::shared_ptr<WorkerState> job = std::move(self->next);
-             job && ServeJob(job); job = NextJob(*self)) {
+             job && ServeJob(*self, job); job = NextJob(*self)) {
             job.reset();
         }
     }
