@@ -54,25 +54,7 @@ std::atomic<long long> callsMade{0};
 // The same download the resolver makes, with nothing around it.
 std::string BareDownload(const std::string &url) {
     ++callsMade;
-    std::string text;
-    const WinInetDownloadApi &api = WinInetDownload();
-    // Declared first so that it goes last, as the resolver closes them.
-    const InternetHandle session(
-        api.InternetOpenA("OvrenaTessel", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
-    if (!session) return text;
-    const InternetHandle file(api.InternetOpenUrlA(
-        session.get(), url.c_str(), nullptr, static_cast<DWORD>(-1),
-        INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_NO_UI, 0));
-    if (file) {
-        char buffer[2048];
-        for (;;) {
-            DWORD read = 0;
-            api.InternetReadFile(file.get(), buffer, sizeof buffer, &read);
-            if (read == 0) break;
-            text.append(buffer, read);
-        }
-    }
-    return text;
+    return platform_floor::Download(url, platform_floor::ConnectTimeoutMs());
 }
 
 // One evaluation of the script, with nothing around it.
