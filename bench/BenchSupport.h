@@ -47,6 +47,37 @@ inline std::vector<double> CompareMedians(const std::vector<std::function<void()
     return medians;
 }
 
+// Two functions timed call against call, their order swapped from one pair
+// to the next so that neither always runs on the other's heels. The ratio
+// of each pair is taken while the machine is in one state: bursts of other
+// load that slow a whole pair cancel out, which medians taken of each side
+// alone do not do. Seconds per call of each (medians) and the median ratio.
+struct PairedTimes {
+    double first;
+    double second;
+    double ratio;
+};
+
+inline PairedTimes ComparePaired(const std::function<void()> &first,
+                                 const std::function<void()> &second, int pairs) {
+    std::vector<double> a, b, ratios;
+    for (int i = 0; i < pairs; ++i) {
+        const std::function<void()> *order[] = {&first, &second};
+        if (i % 2) std::swap(order[0], order[1]);
+        double took[2];
+        for (int k = 0; k < 2; ++k) {
+            const double start = NowSeconds();
+            (*order[k])();
+            took[k] = NowSeconds() - start;
+        }
+        const double tFirst = took[i % 2], tSecond = took[1 - i % 2];
+        a.push_back(tFirst);
+        b.push_back(tSecond);
+        ratios.push_back(tFirst / tSecond);
+    }
+    return {Median(a), Median(b), Median(ratios)};
+}
+
 inline SIZE_T PrivateBytes() {
     PROCESS_MEMORY_COUNTERS_EX counters = {};
     counters.cb = sizeof counters;
