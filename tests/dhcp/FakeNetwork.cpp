@@ -27,26 +27,25 @@ HMODULE FakeLoadLibraryA(const char *name) {
 }
 
 DWORD FakeGetIpAddrTable(MIB_IPADDRTABLE *table, ULONG *size, BOOL) {
-    const DWORD count = g_net->card ? 2 : 1;
-    const size_t needed = sizeof *table + count * sizeof(MIB_IPADDRROW);
-    const DWORD rc = Sized("GetIpAddrTable", table, size, needed, ERROR_INSUFFICIENT_BUFFER);
+    const DWORD rc = Sized("GetIpAddrTable", table, size, sizeof *table + sizeof table->table[0],
+                           ERROR_INSUFFICIENT_BUFFER);
     if (rc != NO_ERROR) return rc;
-    table->dwNumEntries = count;
+    table->dwNumEntries = 2;
     table->table[0] = MIB_IPADDRROW{inet_addr("127.0.0.1"), 1, 0, 0, 0, 0, 0};
-    if (g_net->card) table->table[1] = MIB_IPADDRROW{inet_addr("172.16.0.9"), 4, 0, 0, 0, 0, 0};
+    table->table[1] = MIB_IPADDRROW{inet_addr("172.16.0.9"), 4, 0, 0, 0, 0, 0};
     return NO_ERROR;
 }
 
 DWORD FakeGetBestRoute(DWORD destination, DWORD, MIB_IPFORWARDROW *route) {
     g_net->routeDestination = destination;
     *route = MIB_IPFORWARDROW{};
-    route->dwForwardIfIndex = g_net->routeInterface;
+    route->dwForwardIfIndex = 4;
     return Fails("GetBestRoute");
 }
 
 // A failing call still fills the row: what it leaves there must not count.
 DWORD FakeGetIfEntry(MIB_IFROW *row) {
-    const bool card = row->dwIndex == 4 && g_net->card;
+    const bool card = row->dwIndex == 4;
     if (!card && row->dwIndex != 1) return ERROR_INVALID_PARAMETER;
     row->dwType = card ? 6 : 24;
     row->dwPhysAddrLen = card ? static_cast<DWORD>(g_net->mac.size()) : 0;
@@ -57,10 +56,8 @@ DWORD FakeGetIfEntry(MIB_IFROW *row) {
 }
 
 DWORD FakeGetAdaptersInfo(IP_ADAPTER_INFO *info, ULONG *size) {
-    const size_t count = g_net->nt40 ? 0 : 1;
-    const DWORD rc =
-        Sized("GetAdaptersInfo", info, size, count * sizeof *info, ERROR_BUFFER_OVERFLOW);
-    if (rc != NO_ERROR || count == 0) return rc;
+    const DWORD rc = Sized("GetAdaptersInfo", info, size, sizeof *info, ERROR_BUFFER_OVERFLOW);
+    if (rc != NO_ERROR) return rc;
     *info = IP_ADAPTER_INFO{};
     info->AddressLength = static_cast<UINT>(g_net->mac.size());
     std::memcpy(info->Address, g_net->mac.data(), g_net->mac.size());
@@ -89,8 +86,8 @@ UCHAR FakeNetbios(NCB *ncb) {
 
 BOOL FakeGetVersionExA(OSVERSIONINFOA *info) {
     if (SetFailure("GetVersionExA") || info->dwOSVersionInfoSize < sizeof *info) return FALSE;
-    info->dwMajorVersion = g_net->nt40 ? 4 : 6;
-    info->dwMinorVersion = g_net->nt40 ? 0 : 1;
+    info->dwMajorVersion = 4;
+    info->dwMinorVersion = 0;
     info->dwPlatformId = VER_PLATFORM_WIN32_NT;
     return TRUE;
 }

@@ -1,9 +1,10 @@
 // One machine as IP Helper, NetBIOS, GetVersionExA and the service manager
 // report it, in the network facts seam for the life of a FakeNetwork:
 // loopback interface 1 (127.0.0.1, "loop") and Ethernet card 4 (172.16.0.9,
-// "card") the route leads to, DHCP on; NT 6.1 with the services "Alerter"
-// (stopped) and "Dhcp" (running); NetBIOS LAN adapters 3 and 5, the status
-// of adapter n opening with n, 2n ... 6n. One call can be made to fail.
+// "card") the route leads to, its adapter DHCP enabled; NT 4.0 with the
+// services "Alerter" (stopped) and "Dhcp" (running); NetBIOS LAN adapters 3
+// and 5, the status of adapter n opening with n, 2n ... 6n. One call can be
+// made to fail.
 #pragma once
 
 #include <string>
@@ -17,11 +18,8 @@ struct FakeNetwork {
     FakeNetwork(const FakeNetwork &) = delete;
     FakeNetwork &operator=(const FakeNetwork &) = delete;
 
-    bool card = true;  // false: the loopback interface only
     std::vector<BYTE> mac{0, 0x16, 0x3e, 0x10, 0x20, 4};  // the card's and its adapter's
-    DWORD routeInterface = 4;
     bool dhcpEnabled = true;
-    bool nt40 = false;  // NT 4.0, whose IP Helper lists no adapter
 
     // The call that fails with error: a function's name, "<name> sizing" for
     // the first of a pair of calls, or a Netbios command ("NCBRESET"), which

@@ -1,5 +1,5 @@
 // Choosing the interface, address and hardware address of the DHCPINFORM:
-// each choice on plain facts, then GetNetworkInfo as a whole on the fake
+// each choice on plain facts, then the platform asked through the fake
 // machine, one failing call per row.
 #include <gtest/gtest.h>
 
@@ -182,6 +182,17 @@ Decide Taken(bool force) {
     };
 }
 
+std::string NtService(tracefunc &) {
+    bool enabled = false;
+    return IsNT4DHCPServiceEnabled(enabled) ? (enabled ? "enabled" : "not enabled") : "";
+}
+
+std::string NetbiosAddress(tracefunc &) {
+    unsigned char address[6];
+    uint8_t length = 0;
+    return QueryMacAddr(address, sizeof address, length) ? DhcpHexDump(address, length) : "";
+}
+
 // The host name's address, which the fallback puts in ciaddr.
 std::string HostNameAddress() {
     WinsockSession winsock;
@@ -191,61 +202,57 @@ std::string HostNameAddress() {
     return inet_ntoa(*reinterpret_cast<const in_addr *>(entry->h_addr_list[0]));
 }
 
+// The fake machine with its adapter's DHCP disabled, so that force counts,
+// and an 8-byte hardware address, so that the whole length travels; then
+// one failing call per row on the machine as it is.
 TEST(NetworkInfo, OneFailingCallPerRow) {
     const std::string eth = "172.16.0.9/6/00163e10200400000000000000000000";
     const std::string lana3 = HostNameAddress() + "/6/0306090c0f1200000000000000000000";
-    const std::string lana5 = HostNameAddress() + "/6/050a0f14191e00000000000000000000";
-    const char kEnabled[] = "Found matching adapter DHCP enabled";
-    const char kUsing3[] = "Using adapter 3:6:9:12:15:18";
+    const char kUsing[] = "Using adapter 3:6:9:12:15:18";
     const char kUsing5[] = "Using adapter 5:10:15:20:25:30";
-    const char kNext[] = "Netbios function failed...continuing";
-    const char kNt61[] = "Not running NT 4.0:  6.1:2";
     const char kNoIphlpapi[] = "Unable to locate iphlpapi.dll:  126";
-    auto nt40 = [](FakeNetwork &n) { n.nt40 = true; };
-    auto loopbackOnly = [](FakeNetwork &n) {
-        n.card = false;
-        n.routeInterface = 1;
-    };
+    const char kNext[] = "Netbios function failed...continuing";
     const struct {
         const char *failing;
         DWORD error;
-        bool force;
-        Texts expected;  // Taken's answer, then the texts traced
+        Decide decide;
+        Texts expected;  // the answer, then the texts traced
         void (*arrange)(FakeNetwork &) = nullptr;
     } rows[] = {
-        {"", 0, false, {eth, kRouted, kEnabled}},
-        {"", 0, false, {"172.16.0.9/8/01020304050607080000000000000000", kRouted, kEnabled},
-         [](FakeNetwork &n) { n.mac = {1, 2, 3, 4, 5, 6, 7, 8}; }},
-        {"", 0, true, {eth, kRouted, "Found matching adapter DHCP not enabled"},
-         [](FakeNetwork &n) { n.dhcpEnabled = false; }},
-        {"", 0, false, {eth, kRouted, "Found DHCP Client service", "It is enabled"}, nt40},
-        {"LoadLibraryA", 126, false, {"", kNoIphlpapi}},
-        {"LoadLibraryA", 126, true, {lana3, kNoIphlpapi, kUsing3}},
-        {"GetIpAddrTable sizing", 87, true, {lana3, "GetIpAddrTable failed:  87", kUsing3}},
-        {"GetIpAddrTable", 50, true,
-         {lana3, "GetIpAddrTable (second call) failed:  50", kUsing3}},
-        {"GetBestRoute", 1168, false,
-         {eth, "GetBestRoute failed:  1168", "Found Ethernet interface:  card", kEnabled}},
-        {"GetIfEntry", 50, true, {lana3, kRouted, "GetIfEntry failed:  50", kUsing3}},
-        {"GetAdaptersInfo sizing", 232, false,
-         {"", kRouted, "GetAdaptersInfo failed:  232", kNt61}},
-        {"GetAdaptersInfo", 13, false,
-         {"", kRouted, "GetAdaptersInfo (second call) failed:  13", kNt61}},
-        {"GetVersionExA", 87, false, {"", kRouted, "GetVersionEx failed:  87"}, nt40},
-        {"OpenSCManagerA", 5, false, {"", kRouted, "OpenSCManager failed:  5"}, nt40},
-        {"EnumServicesStatusA sizing", 5, false, {"", kRouted, "EnumServicesStatus failed:  5"},
-         nt40},
-        {"EnumServicesStatusA", 8, false, {"", kRouted, "EnumServicesStatus failed:  8"}, nt40},
-        {"NCBENUM", 0, true, {"", kRouted}, loopbackOnly},
-        {"NCBRESET", 0, true, {lana5, kRouted, kNext, kUsing5}, loopbackOnly},
-        {"NCBASTAT", 0, true, {lana5, kRouted, kNext, kUsing5}, loopbackOnly},
+        {"", 0, Taken(true), {"172.16.0.9/8/01020304050607080000000000000000", kRouted,
+                              "Found matching adapter DHCP not enabled"}, [](FakeNetwork &n) {
+             n.dhcpEnabled = false;
+             n.mac = {1, 2, 3, 4, 5, 6, 7, 8};
+         }},
+        {"LoadLibraryA", 126, Taken(false), {"", kNoIphlpapi}},
+        {"LoadLibraryA", 126, Taken(true), {lana3, kNoIphlpapi, kUsing}},
+        {"GetIpAddrTable sizing", 87, Taken(true), {lana3, "GetIpAddrTable failed:  87", kUsing}},
+        {"GetIpAddrTable", 50, Taken(true),
+         {lana3, "GetIpAddrTable (second call) failed:  50", kUsing}},
+        {"GetBestRoute", 1168, Taken(false), {eth, "GetBestRoute failed:  1168",
+                                              "Found Ethernet interface:  card",
+                                              "Found matching adapter DHCP enabled"}},
+        {"GetIfEntry", 50, Taken(true), {lana3, kRouted, "GetIfEntry failed:  50", kUsing}},
+        {"GetAdaptersInfo sizing", 232, Taken(false),
+         {eth, kRouted, "GetAdaptersInfo failed:  232", "Found DHCP Client service",
+          "It is enabled"}},
+        {"GetAdaptersInfo", 13, Taken(false),
+         {eth, kRouted, "GetAdaptersInfo (second call) failed:  13", "Found DHCP Client service",
+          "It is enabled"}},
+        {"GetVersionExA", 87, NtService, {"", "GetVersionEx failed:  87"}},
+        {"OpenSCManagerA", 5, NtService, {"", "OpenSCManager failed:  5"}},
+        {"EnumServicesStatusA sizing", 5, NtService, {"", "EnumServicesStatus failed:  5"}},
+        {"EnumServicesStatusA", 8, NtService, {"", "EnumServicesStatus failed:  8"}},
+        {"NCBENUM", 0, NetbiosAddress, {""}},
+        {"NCBRESET", 0, NetbiosAddress, {"05 0a 0f 14 19 1e", kNext, kUsing5}},
+        {"NCBASTAT", 0, NetbiosAddress, {"05 0a 0f 14 19 1e", kNext, kUsing5}},
     };
     for (const auto &r : rows) {
         FakeNetwork net;
         if (r.arrange) r.arrange(net);
         net.failing = r.failing;
         net.error = r.error;
-        Check({{r.failing, Taken(r.force), r.expected}});
+        Check({{r.failing, r.decide, r.expected}});
         EXPECT_TRUE(!net.routeDestination || net.routeDestination == inet_addr("10.9.8.7"));
         EXPECT_EQ(0, net.openServiceHandles) << r.failing;
     }
