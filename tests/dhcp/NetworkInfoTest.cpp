@@ -153,20 +153,20 @@ TEST(Choices, RunningDhcpClientServiceOnNt40) {
 TEST(Choices, NetbiosAdapterWithAHardwareAddress) {
     auto use = [](NetbiosAdapterFacts adapter, int size) -> Decide {
         return [=](tracefunc &tf) {
+            static const char *const kUse[] = {"skip", "taken", "no room"};
             unsigned char buffer[6] = {};
             uint8_t length = 0;
             const AdapterUse use = UseNetbiosAdapter(adapter, buffer, size, length, tf);
-            return std::to_string(static_cast<int>(use)) + " " + std::to_string(length) + " " +
-                   std::to_string(buffer[0] + buffer[5]);
+            return kUse[static_cast<int>(use)] + (length ? " " + DhcpHexDump(buffer, length) : "");
         };
     };
     const NetbiosAdapterFacts card{true, {1, 2, 3, 4, 5, 6}};
     Check({
-        {"taken", use(card, 6), {"1 6 7", "Using adapter 1:2:3:4:5:6"}},
-        {"no room", use(card, 5), {"2 0 0", "Not enough space for MAC address (need 6 bytes)"}},
-        {"no answer", use({false, {1}}, 6), {"0 0 0", "Netbios function failed...continuing"}},
-        {"zero", use({true, {}}, 6), {"0 0 0", "Found zero address...continuing"}},
-        {"dial-up", use({true, {'D', 'E', 'S', 'T'}}, 6), {"0 0 0", "Found dialup adapter"}},
+        {"taken", use(card, 6), {"taken 01 02 03 04 05 06", "Using adapter 1:2:3:4:5:6"}},
+        {"no room", use(card, 5), {"no room", "Not enough space for MAC address (need 6 bytes)"}},
+        {"no answer", use({false, {1}}, 6), {"skip", "Netbios function failed...continuing"}},
+        {"zero", use({true, {}}, 6), {"skip", "Found zero address...continuing"}},
+        {"dial-up", use({true, {'D', 'E', 'S', 'T'}}, 6), {"skip", "Found dialup adapter"}},
     });
 }
 
@@ -252,9 +252,10 @@ TEST(NetworkInfo, OneFailingCallPerRow) {
         if (r.arrange) r.arrange(net);
         net.failing = r.failing;
         net.error = r.error;
-        Check({{r.failing, r.decide, r.expected}});
-        EXPECT_TRUE(!net.routeDestination || net.routeDestination == inet_addr("10.9.8.7"));
-        EXPECT_EQ(0, net.openServiceHandles) << r.failing;
+        const char *what = *r.failing ? r.failing : "no call failing";
+        Check({{what, r.decide, r.expected}});
+        EXPECT_TRUE(!net.routeDestination || net.routeDestination == inet_addr("10.9.8.7")) << what;
+        EXPECT_EQ(0, net.openServiceHandles) << what;
     }
 }
 
