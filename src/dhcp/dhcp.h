@@ -102,8 +102,9 @@ bool IsNT4DHCPServiceEnabled(bool &enabled);
 bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length);
 
 // What the platform answered, as plain facts: failed names the call that
-// did not answer (error its code), and the choices below ask nothing and
+// did not answer (error its code). The choices on them ask nothing and
 // trace what they found.
+
 // The route to the destination: GetBestRoute, then GetIfEntry for the
 // interface it leaves by. Chosen: that interface's first address in the
 // table, unless it has none or it is the loopback address.
@@ -137,6 +138,7 @@ struct NetbiosAdapterFacts {
 enum class AdapterUse { kSkip, kTaken, kNoRoom };
 AdapterUse UseNetbiosAdapter(const NetbiosAdapterFacts &adapter, unsigned char *buffer, int size,
                              uint8_t &length, tracefunc &tf);
+
 // The address of the host name and the NetBIOS hardware address.
 bool GetNetworkInfoFromHostName(DHCPPacket &packet);
 
