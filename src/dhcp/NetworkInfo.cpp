@@ -4,6 +4,7 @@
 // and the NetBIOS adapter status.
 #include <winsock2.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -65,33 +66,54 @@ IpAddrTablePtr MyGetIpAddrTable() {
     return table;
 }
 
-bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destination,
-                                uint32_t &address, MIB_IFROW &row) {
-    tracefunc tf(__LINE__, "dhcp", "GetInterfaceUsingBestRoute");
+namespace {
+
+// GetIfEntry is asked only when GetBestRoute named an interface.
+RouteFacts QueryBestRoute(uint32_t destination) {
+    RouteFacts facts{RouteFacts::kNone, NO_ERROR, MIB_IFROW{}};
     MIB_IPFORWARDROW route;
     std::memset(&route, 0, sizeof route);
-    DWORD rc = NetworkFacts().GetBestRoute(destination, 0, &route);
-    if (rc != NO_ERROR) {
-        tf << "GetBestRoute failed:  " << rc << endtrace;
+    facts.error = NetworkFacts().GetBestRoute(destination, 0, &route);
+    if (facts.error != NO_ERROR) {
+        facts.failed = RouteFacts::kGetBestRoute;
+        return facts;
+    }
+    facts.row.dwIndex = route.dwForwardIfIndex;
+    facts.error = NetworkFacts().GetIfEntry(&facts.row);
+    if (facts.error != NO_ERROR) facts.failed = RouteFacts::kGetIfEntry;
+    return facts;
+}
+
+}  // namespace
+
+bool ChooseRouteInterface(const RouteFacts &route, const MIB_IPADDRROW *rows, DWORD count,
+                          uint32_t &address, tracefunc &tf) {
+    if (route.failed == RouteFacts::kGetBestRoute) {
+        tf << "GetBestRoute failed:  " << route.error << endtrace;
         return false;
     }
     tf << "GetBestRoute worked...using routing table to determine interface" << endtrace;
-    row.dwIndex = route.dwForwardIfIndex;
-    rc = NetworkFacts().GetIfEntry(&row);
-    if (rc != NO_ERROR) {
-        tf << "GetIfEntry failed:  " << rc << endtrace;
+    if (route.failed == RouteFacts::kGetIfEntry) {
+        tf << "GetIfEntry failed:  " << route.error << endtrace;
         return false;
     }
     address = 0;
-    for (DWORD i = 0; i < table->dwNumEntries; ++i) {
-        if (table->table[i].dwIndex == row.dwIndex) {
-            address = table->table[i].dwAddr;
-            break;
-        }
+    for (DWORD i = 0; i < count; ++i) {
+        if (rows[i].dwIndex != route.row.dwIndex) continue;
+        address = rows[i].dwAddr;
+        break;
     }
     // A route through the loopback interface says nothing about the network
     // a DHCP server could be on; the scan decides then.
     return address != 0 && address != Loopback();
+}
+
+bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destination,
+                                uint32_t &address, MIB_IFROW &row) {
+    tracefunc tf(__LINE__, "dhcp", "GetInterfaceUsingBestRoute");
+    const RouteFacts route = QueryBestRoute(destination);
+    row = route.row;
+    return ChooseRouteInterface(route, table->table, table->dwNumEntries, address, tf);
 }
 
 std::vector<InterfaceFacts> CollectInterfaceFacts(const MIB_IPADDRTABLE *table) {
@@ -161,69 +183,43 @@ bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled) {
 
 namespace {
 
-bool RunsNt40(tracefunc &tf) {
+VersionFacts QueryVersion() {
     OSVERSIONINFOA version;
     std::memset(&version, 0, sizeof version);
     version.dwOSVersionInfoSize = sizeof version;
-    if (!NetworkFacts().GetVersionExA(&version)) {
-        tf << "GetVersionEx failed:  " << ::GetLastError() << endtrace;
-        return false;
-    }
-    if (version.dwMajorVersion != 4 || version.dwMinorVersion != 0 ||
-        version.dwPlatformId != VER_PLATFORM_WIN32_NT) {
-        tf << "Not running NT 4.0:  " << static_cast<int>(version.dwMajorVersion) << "."
-           << static_cast<int>(version.dwMinorVersion) << ":"
-           << static_cast<int>(version.dwPlatformId) << endtrace;
-        return false;
-    }
-    return true;
+    if (!NetworkFacts().GetVersionExA(&version)) return {false, ::GetLastError(), 0, 0, 0};
+    return {true, NO_ERROR, version.dwMajorVersion, version.dwMinorVersion, version.dwPlatformId};
 }
 
-// The Win32 services the manager lists, sized by a first call; count is
-// what the second call returned, bounded by what the buffer can hold.
-HeapBlock<ENUM_SERVICE_STATUSA> ListServices(SC_HANDLE manager, DWORD &count, tracefunc &tf) {
-    DWORD needed = 0;
-    DWORD resume = 0;
-    count = 0;
-    if (!NetworkFacts().EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL, nullptr, 0,
-                                            &needed, &count, &resume)) {
+ServiceFacts ServicesFailed(ServiceFacts::Call call, DWORD error) { return {call, error, {}}; }
+
+// The Win32 services the manager lists, sized by a first call. The error of
+// a failed call is taken while the manager is still open.
+ServiceFacts QueryServices() {
+    ServiceManagerHandle manager(NetworkFacts().OpenSCManagerA(
+        nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
+    if (!manager) return ServicesFailed(ServiceFacts::kOpenSCManager, ::GetLastError());
+    DWORD needed = 0, count = 0, resume = 0;
+    if (!NetworkFacts().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
+                                            nullptr, 0, &needed, &count, &resume)) {
         const DWORD error = ::GetLastError();
-        if (error != ERROR_MORE_DATA) {
-            tf << "EnumServicesStatus failed:  " << error << endtrace;
-            return HeapBlock<ENUM_SERVICE_STATUSA>();
-        }
+        if (error != ERROR_MORE_DATA)
+            return ServicesFailed(ServiceFacts::kEnumServicesStatus, error);
     }
     auto services = AllocateHeapBlock<ENUM_SERVICE_STATUSA>(needed);
-    if (!services) return services;
+    if (!services) return ServicesFailed(ServiceFacts::kNoMemory, NO_ERROR);
     count = 0;
     resume = 0;
-    if (!NetworkFacts().EnumServicesStatusA(manager, SERVICE_WIN32, SERVICE_STATE_ALL,
-                                            services.get(), needed, &needed, &count, &resume)) {
-        tf << "EnumServicesStatus failed:  " << ::GetLastError() << endtrace;
-        return HeapBlock<ENUM_SERVICE_STATUSA>();
-    }
+    if (!NetworkFacts().EnumServicesStatusA(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL,
+                                            services.get(), needed, &needed, &count, &resume))
+        return ServicesFailed(ServiceFacts::kEnumServicesStatus, ::GetLastError());
     // The count cannot exceed what the buffer can hold, whatever was answered.
-    const DWORD capacity = needed / sizeof(ENUM_SERVICE_STATUSA);
-    if (count > capacity) count = capacity;
-    return services;
-}
-
-bool DhcpServiceRunning(const ENUM_SERVICE_STATUSA *services, DWORD count, bool &enabled,
-                        tracefunc &tf) {
-    for (DWORD i = 0; i < count; ++i) {
-        const ENUM_SERVICE_STATUSA &service = services[i];
-        if (!service.lpServiceName || _stricmp(service.lpServiceName, "DHCP") != 0) continue;
-        tf << "Found DHCP Client service" << endtrace;
-        const DWORD state = service.ServiceStatus.dwCurrentState;
-        enabled = state == SERVICE_RUNNING;
-        if (enabled)
-            tf << "It is enabled" << endtrace;
-        else
-            tf << "It is not enabled:  " << state << endtrace;
-        return true;
-    }
-    tf << "Didn't find DHCP Client service" << endtrace;
-    return false;
+    count = std::min<DWORD>(count, needed / sizeof(ENUM_SERVICE_STATUSA));
+    ServiceFacts facts{ServiceFacts::kNone, NO_ERROR, {}};
+    for (const ENUM_SERVICE_STATUSA *s = services.get(); s < services.get() + count; ++s)
+        facts.services.emplace_back(s->lpServiceName ? s->lpServiceName : "",
+                                    s->ServiceStatus.dwCurrentState);
+    return facts;
 }
 
 // One Netbios call on a zeroed control block.
@@ -238,16 +234,15 @@ UCHAR Netbios(UCHAR command, UCHAR lana, void *buffer, WORD length) {
     return NetworkFacts().Netbios(&ncb);
 }
 
-// The adapter status of one LAN adapter, after a reset; its address opens
-// the ADAPTER_STATUS block.
-bool AdapterStatus(UCHAR lana, unsigned char (&status)[600], tracefunc &tf) {
+// The adapter status of one LAN adapter, after a reset.
+NetbiosAdapterFacts QueryAdapterStatus(UCHAR lana) {
+    NetbiosAdapterFacts facts{false, {}};
+    unsigned char status[600];
     std::memset(status, 0, sizeof status);
-    if (Netbios(NCBRESET, lana, nullptr, 0) != NRC_GOODRET ||
-        Netbios(NCBASTAT, lana, status, sizeof status) != NRC_GOODRET) {
-        tf << "Netbios function failed...continuing" << endtrace;
-        return false;
-    }
-    return true;
+    facts.answered = Netbios(NCBRESET, lana, nullptr, 0) == NRC_GOODRET &&
+                     Netbios(NCBASTAT, lana, status, sizeof status) == NRC_GOODRET;
+    std::memcpy(facts.address, status, sizeof facts.address);
+    return facts;
 }
 
 // Neither the zero address nor the dial-up adapter's names hardware.
@@ -267,41 +262,80 @@ bool IsHardwareAddress(const unsigned char *address, tracefunc &tf) {
 
 }  // namespace
 
-bool IsNT4DHCPServiceEnabled(bool &enabled) {
-    tracefunc tf(__LINE__, "dhcp", "IsNT4DHCPServiceEnabled");
-    if (!RunsNt40(tf)) return false;
-    ServiceManagerHandle manager(NetworkFacts().OpenSCManagerA(
-        nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE));
-    if (!manager) {
-        tf << "OpenSCManager failed:  " << ::GetLastError() << endtrace;
+bool RunsNt40(const VersionFacts &version, tracefunc &tf) {
+    if (!version.answered) {
+        tf << "GetVersionEx failed:  " << version.error << endtrace;
         return false;
     }
-    DWORD count = 0;
-    const auto services = ListServices(manager.get(), count, tf);
-    return services && DhcpServiceRunning(services.get(), count, enabled, tf);
+    if (version.major != 4 || version.minor != 0 || version.platform != VER_PLATFORM_WIN32_NT) {
+        tf << "Not running NT 4.0:  " << static_cast<int>(version.major) << "."
+           << static_cast<int>(version.minor) << ":" << static_cast<int>(version.platform)
+           << endtrace;
+        return false;
+    }
+    return true;
 }
 
+bool DhcpServiceRunning(const ServiceFacts &facts, bool &enabled, tracefunc &tf) {
+    if (facts.failed == ServiceFacts::kOpenSCManager)
+        tf << "OpenSCManager failed:  " << facts.error << endtrace;
+    if (facts.failed == ServiceFacts::kEnumServicesStatus)
+        tf << "EnumServicesStatus failed:  " << facts.error << endtrace;
+    // Without memory for the list nothing is said, as nothing was asked.
+    if (facts.failed != ServiceFacts::kNone) return false;
+    for (const auto &service : facts.services) {
+        if (_stricmp(service.first.c_str(), "DHCP") != 0) continue;
+        tf << "Found DHCP Client service" << endtrace;
+        enabled = service.second == SERVICE_RUNNING;
+        if (enabled)
+            tf << "It is enabled" << endtrace;
+        else
+            tf << "It is not enabled:  " << service.second << endtrace;
+        return true;
+    }
+    tf << "Didn't find DHCP Client service" << endtrace;
+    return false;
+}
+
+AdapterUse UseNetbiosAdapter(const NetbiosAdapterFacts &adapter, unsigned char *buffer, int size,
+                             uint8_t &length, tracefunc &tf) {
+    if (!adapter.answered) {
+        tf << "Netbios function failed...continuing" << endtrace;
+        return AdapterUse::kSkip;
+    }
+    if (!IsHardwareAddress(adapter.address, tf)) return AdapterUse::kSkip;
+    if (size < 6) {
+        tf << "Not enough space for MAC address (need 6 bytes)" << endtrace;
+        return AdapterUse::kNoRoom;
+    }
+    std::memcpy(buffer, adapter.address, 6);
+    length = 6;
+    tf << "Using adapter ";
+    for (int b = 0; b < 6; ++b) {
+        if (b) tf << ":";
+        tf << static_cast<unsigned>(adapter.address[b]);
+    }
+    tf << endtrace;
+    return AdapterUse::kTaken;
+}
+
+// The service manager is asked only on NT 4.0.
+bool IsNT4DHCPServiceEnabled(bool &enabled) {
+    tracefunc tf(__LINE__, "dhcp", "IsNT4DHCPServiceEnabled");
+    return RunsNt40(QueryVersion(), tf) && DhcpServiceRunning(QueryServices(), enabled, tf);
+}
+
+// The adapters are asked one at a time: the search stops at the first one
+// whose address serves, and the rest are never reset.
 bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length) {
     tracefunc tf(__LINE__, "dhcp", "QueryMacAddr");
     LANA_ENUM lanas;
     std::memset(&lanas, 0, sizeof lanas);
     if (Netbios(NCBENUM, 0, &lanas, sizeof lanas) != NRC_GOODRET) return false;
     for (unsigned i = 0; i < lanas.length && i < sizeof lanas.lana; ++i) {
-        unsigned char status[600];
-        if (!AdapterStatus(lanas.lana[i], status, tf) || !IsHardwareAddress(status, tf)) continue;
-        if (size < 6) {
-            tf << "Not enough space for MAC address (need 6 bytes)" << endtrace;
-            return false;
-        }
-        std::memcpy(buffer, status, 6);
-        length = 6;
-        tf << "Using adapter ";
-        for (int b = 0; b < 6; ++b) {
-            if (b) tf << ":";
-            tf << static_cast<unsigned>(status[b]);
-        }
-        tf << endtrace;
-        return true;
+        const AdapterUse use =
+            UseNetbiosAdapter(QueryAdapterStatus(lanas.lana[i]), buffer, size, length, tf);
+        if (use != AdapterUse::kSkip) return use == AdapterUse::kTaken;
     }
     tf << "Didn't find an adapter" << endtrace;
     return false;

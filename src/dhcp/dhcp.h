@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "util/Owners.h"
@@ -99,6 +100,45 @@ const IP_ADAPTER_INFO *MatchingAdapter(const IP_ADAPTER_INFO *adapters, const MI
 bool IsDHCPEnabledForInterface(const MIB_IFROW &row, bool &enabled);
 bool IsNT4DHCPServiceEnabled(bool &enabled);
 bool QueryMacAddr(unsigned char *buffer, int size, uint8_t &length);
+
+// What the platform answered, as plain facts: failed names the call that
+// did not answer (error its code). The choices on them ask nothing and
+// trace what they found.
+
+// The route to the destination: GetBestRoute, then GetIfEntry for the
+// interface it leaves by. Chosen: that interface's first address in the
+// table, unless it has none or it is the loopback address.
+struct RouteFacts {
+    enum Call { kNone, kGetBestRoute, kGetIfEntry } failed;
+    DWORD error;
+    MIB_IFROW row;
+};
+bool ChooseRouteInterface(const RouteFacts &route, const MIB_IPADDRROW *rows, DWORD count,
+                          uint32_t &address, tracefunc &tf);
+// GetVersionExA; only NT 4.0 goes on to the service manager.
+struct VersionFacts {
+    bool answered;
+    DWORD error;
+    DWORD major, minor, platform;
+};
+bool RunsNt40(const VersionFacts &version, tracefunc &tf);
+// The Win32 services the service manager lists: name and current state.
+struct ServiceFacts {
+    enum Call { kNone, kOpenSCManager, kEnumServicesStatus, kNoMemory } failed;
+    DWORD error;
+    std::vector<std::pair<std::string, DWORD>> services;
+};
+bool DhcpServiceRunning(const ServiceFacts &facts, bool &enabled, tracefunc &tf);
+// One NetBIOS LAN adapter: answered when NCBRESET and NCBASTAT both
+// succeeded; address opens its ADAPTER_STATUS block.
+struct NetbiosAdapterFacts {
+    bool answered;
+    unsigned char address[6];
+};
+enum class AdapterUse { kSkip, kTaken, kNoRoom };
+AdapterUse UseNetbiosAdapter(const NetbiosAdapterFacts &adapter, unsigned char *buffer, int size,
+                             uint8_t &length, tracefunc &tf);
+
 // The address of the host name and the NetBIOS hardware address.
 bool GetNetworkInfoFromHostName(DHCPPacket &packet);
 

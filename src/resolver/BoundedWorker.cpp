@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "com/Module.h"
+#include "trace/tracefunc.h"
 #include "util/Owners.h"
 
 namespace {
@@ -270,6 +271,16 @@ BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds
     } catch (...) {
     }
     return {AwaitWorker(*state, start, bounds, onExpiry), threadId};
+}
+
+void TraceNeverStarted(BoundedOutcome outcome, const char *work, tracefunc &tf) {
+    // Both read before tracing, which may change the last error.
+    const DWORD error = GetLastError();
+    const long running = AbandonedWorkers();
+    if (outcome == BoundedOutcome::Refused)
+        tf << work << " refused:  " << running << " abandoned workers still run" << endtrace;
+    else
+        tf << "CreateThread failed:  " << error << endtrace;
 }
 
 long AbandonedWorkers() { return g_abandoned.load(); }

@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <functional>
 
+class tracefunc;
+
 // No deadline of that kind.
 const DWORD kNoBound = INFINITE;
 
@@ -78,6 +80,11 @@ struct BoundedRun {
 BoundedRun RunBounded(std::function<void(WorkProgress &)> work, const WaitBounds &bounds,
                       const std::function<void(DWORD threadId)> &onStart,
                       const std::function<void()> &onExpiry);
+
+// The one trace line of a worker that never started (Refused or NoThread),
+// its first word naming the work ("Download", "Script"). Called straight
+// after RunBounded: a failed start's error is still the last error.
+void TraceNeverStarted(BoundedOutcome outcome, const char *work, tracefunc &tf);
 
 // Abandoned workers still running.
 long AbandonedWorkers();

@@ -144,16 +144,10 @@ bool RunWithinTimeout(tracefunc &tf, const std::shared_ptr<Evaluation> &evaluati
         tf << "Script timed out: PACScriptTimeout (" << bounds.totalMs
            << " ms) passed; InterruptScriptThread:  " << ZelHexValue(interrupted) << endtrace;
         return false;
-    case BoundedOutcome::Refused: {
-        const long running = AbandonedWorkers();
-        tf << "Script refused:  " << running << " abandoned workers still run" << endtrace;
+    case BoundedOutcome::Refused:
+    case BoundedOutcome::NoThread:
+        TraceNeverStarted(run.outcome, "Script", tf);
         return false;
-    }
-    case BoundedOutcome::NoThread: {
-        const DWORD error = GetLastError();
-        tf << "CreateThread failed:  " << error << endtrace;
-        return false;
-    }
     }
     return true;
 }

@@ -231,16 +231,10 @@ bool Finished(const BoundedRun &run, const WaitBounds &bounds, tracefunc &tf) {
         tf << "Download timed out: WPADDownloadTimeout (" << bounds.totalMs << " ms) passed"
            << endtrace;
         return false;
-    case BoundedOutcome::Refused: {
-        const long running = AbandonedWorkers();
-        tf << "Download refused:  " << running << " abandoned workers still run" << endtrace;
+    case BoundedOutcome::Refused:
+    case BoundedOutcome::NoThread:
+        TraceNeverStarted(run.outcome, "Download", tf);
         return false;
-    }
-    case BoundedOutcome::NoThread: {
-        const DWORD error = GetLastError();
-        tf << "CreateThread failed:  " << error << endtrace;
-        return false;
-    }
     }
     return false;
 }

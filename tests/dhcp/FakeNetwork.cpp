@@ -2,116 +2,93 @@
 
 #include <cstring>
 
-FakeNetwork *FakeNetwork::current = nullptr;
-
 namespace {
 
-FakeNetwork &Net() { return *FakeNetwork::current; }
+FakeNetwork *g_net = nullptr;
 
-DWORD Fails(const std::string &call) { return Net().failing == call ? Net().error : 0; }
+DWORD Fails(const std::string &call) { return g_net->failing == call ? g_net->error : 0; }
 
 // Fails call through the last error: the calls that answer BOOL or a handle.
 bool SetFailure(const std::string &call) {
-    if (!Fails(call)) return false;
-    ::SetLastError(Fails(call));
-    return true;
+    if (Fails(call)) ::SetLastError(Fails(call));
+    return Fails(call) != 0;
+}
+
+// A pair of calls: the first, without a buffer, is told the size needed and
+// answers more; the second fills a buffer of at least that size.
+DWORD Sized(const std::string &call, const void *buffer, ULONG *size, size_t needed, DWORD more) {
+    if (!buffer) *size = static_cast<ULONG>(needed);
+    if (DWORD error = Fails(buffer ? call : call + " sizing")) return error;
+    return buffer && *size >= needed ? NO_ERROR : more;
 }
 
 HMODULE FakeLoadLibraryA(const char *name) {
-    if (SetFailure("LoadLibraryA")) return nullptr;
-    return RealNetworkFacts().LoadLibraryA(name);
+    return SetFailure("LoadLibraryA") ? nullptr : RealNetworkFacts().LoadLibraryA(name);
 }
 
 DWORD FakeGetIpAddrTable(MIB_IPADDRTABLE *table, ULONG *size, BOOL) {
-    const ULONG needed = static_cast<ULONG>(sizeof(MIB_IPADDRTABLE) +
-                                            Net().interfaces.size() * sizeof(MIB_IPADDRROW));
-    if (!table) {
-        *size = needed;
-        return Fails("GetIpAddrTable sizing") ? Fails("GetIpAddrTable sizing")
-                                              : ERROR_INSUFFICIENT_BUFFER;
-    }
-    if (Fails("GetIpAddrTable")) return Fails("GetIpAddrTable");
-    if (*size < needed) return ERROR_INSUFFICIENT_BUFFER;
-    table->dwNumEntries = 0;
-    for (const FakeInterface &i : Net().interfaces)
-        table->table[table->dwNumEntries++] = MIB_IPADDRROW{
-            inet_addr(i.address.c_str()), i.index, inet_addr("255.255.255.0"), 0, 0, 0, 0};
+    const DWORD rc = Sized("GetIpAddrTable", table, size, sizeof *table + sizeof table->table[0],
+                           ERROR_INSUFFICIENT_BUFFER);
+    if (rc != NO_ERROR) return rc;
+    table->dwNumEntries = 2;
+    table->table[0] = MIB_IPADDRROW{inet_addr("127.0.0.1"), 1, 0, 0, 0, 0, 0};
+    table->table[1] = MIB_IPADDRROW{inet_addr("172.16.0.9"), 4, 0, 0, 0, 0, 0};
     return NO_ERROR;
 }
 
 DWORD FakeGetBestRoute(DWORD destination, DWORD, MIB_IPFORWARDROW *route) {
-    Net().routeDestination = destination;
-    if (Fails("GetBestRoute")) return Fails("GetBestRoute");
+    g_net->routeDestination = destination;
     *route = MIB_IPFORWARDROW{};
-    route->dwForwardIfIndex = Net().routeInterface;
-    return NO_ERROR;
+    route->dwForwardIfIndex = 4;
+    return Fails("GetBestRoute");
 }
 
 // A failing call still fills the row: what it leaves there must not count.
 DWORD FakeGetIfEntry(MIB_IFROW *row) {
-    for (const FakeInterface &i : Net().interfaces) {
-        if (i.index != row->dwIndex) continue;
-        row->dwType = i.type;
-        row->dwPhysAddrLen = static_cast<DWORD>(i.mac.size());
-        std::memcpy(row->bPhysAddr, i.mac.data(), i.mac.size());
-        const std::string description = "if" + std::to_string(i.index);
-        row->dwDescrLen = static_cast<DWORD>(description.size() + 1);
-        std::memcpy(row->bDescr, description.c_str(), description.size() + 1);
-        return Fails("GetIfEntry");
-    }
-    return ERROR_INVALID_PARAMETER;
+    const bool card = row->dwIndex == 4;
+    if (!card && row->dwIndex != 1) return ERROR_INVALID_PARAMETER;
+    row->dwType = card ? 6 : 24;
+    row->dwPhysAddrLen = card ? static_cast<DWORD>(g_net->mac.size()) : 0;
+    std::memcpy(row->bPhysAddr, g_net->mac.data(), row->dwPhysAddrLen);
+    row->dwDescrLen = 5;
+    std::memcpy(row->bDescr, card ? "card" : "loop", 5);
+    return Fails("GetIfEntry");
 }
 
 DWORD FakeGetAdaptersInfo(IP_ADAPTER_INFO *info, ULONG *size) {
-    const ULONG needed = static_cast<ULONG>(Net().adapters.size() * sizeof(IP_ADAPTER_INFO));
-    if (!info) {
-        *size = needed;
-        return Fails("GetAdaptersInfo sizing") ? Fails("GetAdaptersInfo sizing")
-                                               : ERROR_BUFFER_OVERFLOW;
-    }
-    if (Fails("GetAdaptersInfo")) return Fails("GetAdaptersInfo");
-    if (*size < needed) return ERROR_BUFFER_OVERFLOW;
-    for (size_t n = 0; n < Net().adapters.size(); ++n) {
-        IP_ADAPTER_INFO &a = info[n] = IP_ADAPTER_INFO{};
-        const FakeAdapter &f = Net().adapters[n];
-        a.AddressLength = static_cast<UINT>(f.mac.size());
-        std::memcpy(a.Address, f.mac.data(), f.mac.size());
-        a.DhcpEnabled = f.dhcpEnabled;
-        a.Next = n + 1 < Net().adapters.size() ? &info[n + 1] : nullptr;
-    }
+    const DWORD rc = Sized("GetAdaptersInfo", info, size, sizeof *info, ERROR_BUFFER_OVERFLOW);
+    if (rc != NO_ERROR) return rc;
+    *info = IP_ADAPTER_INFO{};
+    info->AddressLength = static_cast<UINT>(g_net->mac.size());
+    std::memcpy(info->Address, g_net->mac.data(), g_net->mac.size());
+    info->DhcpEnabled = g_net->dhcpEnabled;
     return NO_ERROR;
 }
 
 UCHAR FakeNetbios(NCB *ncb) {
-    const char *command = ncb->ncb_command == NCBENUM    ? "NCBENUM"
-                          : ncb->ncb_command == NCBRESET ? "NCBRESET"
-                                                         : "NCBASTAT";
-    if (Net().failing == command) return NRC_SYSTEM;
-    if (ncb->ncb_command == NCBENUM) {
-        LANA_ENUM *lanas = reinterpret_cast<LANA_ENUM *>(ncb->ncb_buffer);
-        lanas->length = static_cast<UCHAR>(Net().netbiosAdapters.size());
-        for (size_t i = 0; i < Net().netbiosAdapters.size(); ++i)
-            lanas->lana[i] = Net().netbiosAdapters[i].first;
+    const UCHAR command = ncb->ncb_command, lana = ncb->ncb_lana_num;
+    const char *name = command == NCBENUM    ? "NCBENUM"
+                       : command == NCBRESET ? "NCBRESET"
+                                             : "NCBASTAT";
+    if (g_net->failing == name && (command == NCBENUM || lana == 3)) return NRC_SYSTEM;
+    if (command == NCBENUM) {
+        *reinterpret_cast<LANA_ENUM *>(ncb->ncb_buffer) = LANA_ENUM{2, {3, 5}};
         return NRC_GOODRET;
     }
-    for (const auto &a : Net().netbiosAdapters) {
-        if (a.first != ncb->ncb_lana_num) continue;
-        if (ncb->ncb_command == NCBRESET) return NRC_GOODRET;
-        if (std::memcmp(ncb->ncb_callname, "*               ", NCBNAMSZ) != 0 ||
-            ncb->ncb_length < sizeof(ADAPTER_STATUS))
-            return NRC_ILLCMD;
-        std::memcpy(ncb->ncb_buffer, a.second.data(), 6);
-        return NRC_GOODRET;
-    }
-    return NRC_BRIDGE;
+    if (lana != 3 && lana != 5) return NRC_BRIDGE;
+    if (command == NCBRESET) return NRC_GOODRET;
+    if (std::memcmp(ncb->ncb_callname, "*               ", NCBNAMSZ) != 0 ||
+        ncb->ncb_length < sizeof(ADAPTER_STATUS))
+        return NRC_ILLCMD;
+    for (int b = 0; b < 6; ++b) ncb->ncb_buffer[b] = static_cast<UCHAR>(lana * (b + 1));
+    return NRC_GOODRET;
 }
 
 BOOL FakeGetVersionExA(OSVERSIONINFOA *info) {
-    if (SetFailure("GetVersionExA") || info->dwOSVersionInfoSize < sizeof(OSVERSIONINFOA))
-        return FALSE;
-    info->dwMajorVersion = Net().major;
-    info->dwMinorVersion = Net().minor;
-    info->dwPlatformId = Net().platform;
+    if (SetFailure("GetVersionExA") || info->dwOSVersionInfoSize < sizeof *info) return FALSE;
+    info->dwMajorVersion = 4;
+    info->dwMinorVersion = 0;
+    info->dwPlatformId = VER_PLATFORM_WIN32_NT;
     return TRUE;
 }
 
@@ -121,60 +98,46 @@ SC_HANDLE FakeOpenSCManagerA(const char *machine, const char *database, DWORD ac
     if (SetFailure("OpenSCManagerA") || machine || database ||
         access != (SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE))
         return nullptr;
-    ++Net().openedServiceHandles;
+    ++g_net->openServiceHandles;
     return kManager;
 }
 
+// Entries first, their names after them, as the service manager lays the
+// buffer out.
 BOOL FakeEnumServicesStatusA(SC_HANDLE manager, DWORD type, DWORD state,
                              ENUM_SERVICE_STATUSA *services, DWORD size, DWORD *needed,
                              DWORD *returned, DWORD *) {
     if (manager != kManager || type != SERVICE_WIN32 || state != SERVICE_STATE_ALL) return FALSE;
-    // Entries first, their names after them, as the service manager lays
-    // the buffer out.
-    DWORD total = 0;
-    for (const auto &s : Net().services)
-        total += sizeof(ENUM_SERVICE_STATUSA) + static_cast<DWORD>(2 * (s.first.size() + 1));
-    *needed = total;
+    *needed = 2 * sizeof *services + sizeof "Alerter" + sizeof "Dhcp";
     *returned = 0;
-    if (!services || size < total) {
+    if (!services || size < *needed) {
         if (!SetFailure("EnumServicesStatusA sizing")) ::SetLastError(ERROR_MORE_DATA);
         return FALSE;
     }
     if (SetFailure("EnumServicesStatusA")) return FALSE;
-    char *names = reinterpret_cast<char *>(services + Net().services.size());
-    for (size_t i = 0; i < Net().services.size(); ++i) {
-        const std::string &name = Net().services[i].first;
-        services[i] = ENUM_SERVICE_STATUSA{};
-        services[i].lpServiceName = std::strcpy(names, name.c_str());
-        services[i].lpDisplayName = std::strcpy(names + name.size() + 1, name.c_str());
-        names += 2 * (name.size() + 1);
-        services[i].ServiceStatus.dwCurrentState = Net().services[i].second;
-        services[i].ServiceStatus.dwServiceType = SERVICE_WIN32_SHARE_PROCESS;
-    }
-    *returned = static_cast<DWORD>(Net().services.size());
+    char *alerter = std::strcpy(reinterpret_cast<char *>(services + 2), "Alerter");
+    char *dhcp = std::strcpy(alerter + sizeof "Alerter", "Dhcp");
+    const DWORD kShared = SERVICE_WIN32_SHARE_PROCESS;
+    services[0] = {alerter, alerter, {kShared, SERVICE_STOPPED, 0, 0, 0, 0, 0}};
+    services[1] = {dhcp, dhcp, {kShared, SERVICE_RUNNING, 0, 0, 0, 0, 0}};
+    *returned = 2;
     return TRUE;
 }
 
 BOOL FakeCloseServiceManager(SC_HANDLE handle) {
-    return handle == kManager && ++Net().closedServiceHandles;
+    if (handle == kManager) --g_net->openServiceHandles;
+    return handle == kManager;
 }
 
 }  // namespace
 
 FakeNetwork::FakeNetwork() {
-    current = this;
-    platform_->LoadLibraryA = FakeLoadLibraryA;
-    platform_->GetIpAddrTable = FakeGetIpAddrTable;
-    platform_->GetBestRoute = FakeGetBestRoute;
-    platform_->GetIfEntry = FakeGetIfEntry;
-    platform_->GetAdaptersInfo = FakeGetAdaptersInfo;
-    platform_->Netbios = FakeNetbios;
-    platform_->GetVersionExA = FakeGetVersionExA;
-    platform_->OpenSCManagerA = FakeOpenSCManagerA;
-    platform_->EnumServicesStatusA = FakeEnumServicesStatusA;
-    platform_->closeServiceManager = FakeCloseServiceManager;
+    g_net = this;
+    // Every entry is the fake's; the seam puts the real table back.
+    NetworkFacts() = NetworkFactsApi{
+        FakeLoadLibraryA,  FakeGetIpAddrTable, FakeGetBestRoute,        FakeGetIfEntry,
+        FakeGetAdaptersInfo, FakeNetbios,      FakeGetVersionExA,       FakeOpenSCManagerA,
+        FakeEnumServicesStatusA, FakeCloseServiceManager};
 }
 
-FakeNetwork::~FakeNetwork() { current = nullptr; }
-
-std::vector<BYTE> Mac(BYTE last) { return {0x00, 0x16, 0x3e, 0x10, 0x20, last}; }
+FakeNetwork::~FakeNetwork() { g_net = nullptr; }

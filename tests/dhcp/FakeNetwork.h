@@ -1,59 +1,35 @@
-// A machine's interfaces, adapters, NetBIOS adapters and services as IP
-// Helper, NetBIOS, GetVersionExA and the service manager would report them,
-// installed in the network facts seam for the life of a FakeNetwork. One
-// call can be made to fail.
+// One machine as IP Helper, NetBIOS, GetVersionExA and the service manager
+// report it, in the network facts seam for the life of a FakeNetwork:
+// loopback interface 1 (127.0.0.1, "loop") and Ethernet card 4 (172.16.0.9,
+// "card") the route leads to, its adapter DHCP enabled; NT 4.0 with the
+// services "Alerter" (stopped) and "Dhcp" (running); NetBIOS LAN adapters 3
+// and 5, the status of adapter n opening with n, 2n ... 6n. One call can be
+// made to fail.
 #pragma once
 
-#include <winsock2.h>
-#include <windows.h>
-#include <iphlpapi.h>
-#include <nb30.h>
-
-#include <array>
 #include <string>
 #include <vector>
 
 #include "dhcp/NetworkFacts.h"
 
-struct FakeInterface {
-    DWORD index;
-    DWORD type;           // 6 Ethernet, 24 loopback
-    std::string address;  // dotted
-    std::vector<BYTE> mac;
-};
-
-struct FakeAdapter {
-    std::vector<BYTE> mac;
-    bool dhcpEnabled;
-};
-
-class FakeNetwork {
-public:
+struct FakeNetwork {
     FakeNetwork();
     ~FakeNetwork();
     FakeNetwork(const FakeNetwork &) = delete;
     FakeNetwork &operator=(const FakeNetwork &) = delete;
 
-    std::vector<FakeInterface> interfaces;  // each described "if<index>"
-    std::vector<FakeAdapter> adapters;
-    DWORD routeInterface = 0;
-    std::vector<std::pair<UCHAR, std::array<BYTE, 6>>> netbiosAdapters;  // lana, address
-    DWORD major = 6, minor = 1, platform = VER_PLATFORM_WIN32_NT;
-    std::vector<std::pair<std::string, DWORD>> services;  // name, state (4 running)
+    std::vector<BYTE> mac{0, 0x16, 0x3e, 0x10, 0x20, 4};  // the card's and its adapter's
+    bool dhcpEnabled = true;
 
     // The call that fails with error: a function's name, "<name> sizing" for
-    // the first of a pair of calls, or a Netbios command ("NCBRESET").
+    // the first of a pair of calls, or a Netbios command ("NCBRESET"), which
+    // fails on the first adapter only.
     std::string failing;
     DWORD error = 0;
 
     // What the code asked for.
     DWORD routeDestination = 0;
-    int openedServiceHandles = 0, closedServiceHandles = 0;
+    int openServiceHandles = 0;  // opened and not closed
 
-    static FakeNetwork *current;
-
-private:
-    ScopedNetworkFacts platform_;
+    ScopedNetworkFacts platform;
 };
-
-std::vector<BYTE> Mac(BYTE last);

@@ -220,14 +220,11 @@ TEST(OptionWalk, OptionBytesBeyondTheDatagramStay) {
     EXPECT_EQ("abc", value);
 }
 
-// CreateInformPacket on a machine with one Ethernet card, DHCP on, then off.
+// CreateInformPacket on the fake machine's Ethernet card, DHCP on, then off.
 TEST(Inform, WireFormAsksFor252AndNeedsDhcpUnlessForced) {
     ScopedClock clock;
     FakeClock::Install(clock, 1000000000);
     FakeNetwork net;
-    net.interfaces = {{7, 6, "192.168.5.20", {0x00, 0x16, 0x3e, 0x01, 0x02, 0x03}}};
-    net.adapters = {{net.interfaces[0].mac, true}};
-    net.routeInterface = 7;
     TempDir dir;
     ScopedTrace trace(dir.file("t.log"));
     DHCPPacket p;
@@ -240,8 +237,8 @@ TEST(Inform, WireFormAsksFor252AndNeedsDhcpUnlessForced) {
     std::string wire, expected("\1\1\6\0", 4);
     p.GetBuffer(wire);
     for (int i = 0; i < 4; ++i) expected += static_cast<char>(p.xid >> (24 - 8 * i));
-    expected += std::string(4, '\0') + "\xC0\xA8\x05\x14" + std::string(12, '\0') +
-                std::string("\x00\x16\x3e\x01\x02\x03", 6);
+    expected += std::string(4, '\0') + std::string("\xAC\x10\x00\x09", 4) +
+                std::string(12, '\0') + std::string("\x00\x16\x3e\x10\x20\x04", 6);
     expected.resize(DHCP_HEADER_SIZE, '\0');
     expected += "\x63\x82\x53\x63\x35\x01\x08\x37\x01\xFC\xFF";
     expected.resize(DHCP_PACKET_SIZE, '\0');
@@ -251,7 +248,7 @@ TEST(Inform, WireFormAsksFor252AndNeedsDhcpUnlessForced) {
     ASSERT_EQ(1u, dump.size());
     EXPECT_NE(std::string::npos, dump[0].find("function=DHCPPacket::CreateInformPacket"));
 
-    net.adapters[0].dhcpEnabled = false;
+    net.dhcpEnabled = false;
     DHCPPacket q;
     EXPECT_FALSE(q.CreateInformPacket(false, "10.1.2.3"));
     EXPECT_EQ(1u, trace.linesWith("GetNetworkInfo failed...stopping").size());

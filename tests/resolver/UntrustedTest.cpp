@@ -11,6 +11,7 @@
 
 #include "com/Module.h"
 #include "resolver/BoundedWorker.h"
+#include "trace/tracefunc.h"
 
 namespace {
 
@@ -49,6 +50,23 @@ TEST(NextWait, DecidesFromTheThreeTicks) {
             << "row " << &row - rows << ": verdict " << static_cast<int>(d.verdict) << " wait "
             << d.waitMs;
     }
+}
+
+// The one line of a worker that never started names the work and the
+// reason: the abandoned workers still running, or the failed start's error.
+TEST(TraceNeverStarted, NamesTheWorkAndTheReason) {
+    TempDir dir;
+    ScopedTrace trace(dir.file("t.log"));
+    {
+        tracefunc tf(__LINE__, "Routvane", "Start");
+        TraceNeverStarted(BoundedOutcome::Refused, "Script", tf);
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        TraceNeverStarted(BoundedOutcome::NoThread, "Download", tf);
+    }
+    const std::string refused = "Script refused:  " + std::to_string(AbandonedWorkers()) +
+                                " abandoned workers still run (tid=";
+    EXPECT_EQ(1u, trace.linesWith(refused).size()) << refused;
+    EXPECT_EQ(1u, trace.linesWith("CreateThread failed:  8 (tid=").size());
 }
 
 TEST(RunBounded, TheWorkerRunsUnderTheCallersImpersonationToken) {
