@@ -297,7 +297,6 @@ std::string Field(const std::string &line, int index) {
 
 std::string LineText(const std::string &line) { return Field(line, 3); }
 std::string LineLevel(const std::string &line) { return Field(line, 1); }
-std::string LineComponent(const std::string &line) { return Field(line, 2); }
 
 std::string Beside(const std::string &name) {
     char path[MAX_PATH];

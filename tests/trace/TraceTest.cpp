@@ -188,11 +188,11 @@ TEST_F(TraceFile, CarryTheExactPrefixAndTellTheScope) {
     EXPECT_EQ(lines[0], stamp + "Trace" + scope + "  Entered" + tail);
     EXPECT_EQ(lines[1], stamp + "Detail\tRoutvane\tUsing WPAD Connect timeout: 5000 ms" + tail);
     EXPECT_EQ(lines[2], stamp + "Trace" + scope + " Exited (delta = 32ms)" + tail);
-    EXPECT_TRUE(StartsWith(LineText(lines[3]), "Fn[ 0x56789ABC ] (File:77):  Entered (tid="));
+    // The momentary "tracer" component does not show: the caller's does.
+    EXPECT_TRUE(
+        StartsWith(lines[3], stamp + "Trace\tdefault\tFn[ 0x56789ABC ] (File:77):  Entered (tid="));
     EXPECT_TRUE(StartsWith(LineText(lines[4]), "High[ 0x0 ] (File:78):  Entered"));
     EXPECT_TRUE(StartsWith(LineText(lines[6]), "Fn[ 0x56789ABC ] (File:77): Exited (delta = 0ms)"));
-    // The momentary "tracer" component does not show: the caller's does.
-    EXPECT_EQ(LineComponent(lines[3]), "default");
     // Text mode: every line ends in a carriage return and a line feed.
     const std::string raw = ReadFileText(trace.path());
     EXPECT_EQ(raw.substr(raw.size() - 2), "\r\n");
