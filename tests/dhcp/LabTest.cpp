@@ -91,22 +91,22 @@ TEST_F(Lab, ExchangeFollowsTheReplies) {
         const char *mode;
         bool found;
         std::vector<std::string> lines;  // the exchange's trace, in order
-        DWORD minMs;  // the least the exchange takes when found
     } cases[] = {
-        {"url", true, kAnswered, 0},
-        {"nak", true, kAnswered, 0},  // a DHCPNAK with a URL serves too
-        {"otherxid", false, {kUnrelated, kTimeout, kUnrelated, kTimeout, kNotFound}, 0},
-        {"otherxid,url", true, kAfterUnrelated, 0},
-        {"nourl,url", true, {kRelated, kNoUrl, kRelated, kDone}, 0},
+        {"url", true, kAnswered},
+        {"nak", true, kAnswered},  // a DHCPNAK with a URL serves too
+        {"otherxid", false, {kUnrelated, kTimeout, kUnrelated, kTimeout, kNotFound}},
+        {"otherxid,url", true, kAfterUnrelated},
+        {"nourl,url", true, {kRelated, kNoUrl, kRelated, kDone}},
         // A failed parse is judged by the fields it read: the xid relates it.
-        {"short", false, {kRelated, kNoUrl, kTimeout, kRelated, kNoUrl, kTimeout, kNotFound}, 0},
+        {"short", false, {kRelated, kNoUrl, kTimeout, kRelated, kNoUrl, kTimeout, kNotFound}},
         // Deliberately, the reply packet is not cleared between waits: a
         // short related reply is judged with the option bytes of the
         // unrelated one before.
-        {"otherxid,short", true, kAfterUnrelated, 0},
+        {"otherxid,short", true, kAfterUnrelated},
         // Unrelated packets for 3 s, then the answer: every wait restarts the
-        // full time-out, so the one send outlives two time-outs.
-        {"flood:3,url", true, kAfterUnrelated, 2900},
+        // full time-out, so the one send outlives two time-outs (one deadline
+        // would send again and time out among the unrelated packets).
+        {"flood:3,url", true, kAfterUnrelated},
     };
     for (const auto &c : cases) {
         mode(c.mode);
@@ -118,7 +118,6 @@ TEST_F(Lab, ExchangeFollowsTheReplies) {
         EXPECT_EQ(c.found, DiscoverProxyUrlViaDHCP(false, serverIp, url, 1, &server)) << c.mode;
         const DWORD elapsed = GetTickCount() - start;
         if (c.found) {
-            EXPECT_GE(elapsed, c.minMs) << c.mode;
             EXPECT_EQ(Env("ROUTVANE_LAB_DHCP_URL"), url) << c.mode;
         } else {
             // Two sends, each followed by one full time-out of 1 s. The upper
