@@ -267,7 +267,6 @@ TEST(File, RolledNames) {
         const char *path;
         const char *rolled;
     } rows[] = {
-        {"C:\\logs\\trace.txt", "C:\\logs\\trace_2016-05-03.txt"},
         {"C:\\logs.d\\trace", "C:\\logs.d\\trace_2016-05-03"},
         {"trace", "trace_2016-05-03"},
         {"a.b.c", "a.b_2016-05-03.c"},
