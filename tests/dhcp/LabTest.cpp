@@ -114,18 +114,8 @@ TEST_F(Lab, ExchangeFollowsTheReplies) {
         const size_t linesBefore = trace.lines().size();
         std::string url = "unchanged";
         uint32_t server = 0;
-        const DWORD start = GetTickCount();
         EXPECT_EQ(c.found, DiscoverProxyUrlViaDHCP(false, serverIp, url, 1, &server)) << c.mode;
-        const DWORD elapsed = GetTickCount() - start;
-        if (c.found) {
-            EXPECT_EQ(Env("ROUTVANE_LAB_DHCP_URL"), url) << c.mode;
-        } else {
-            // Two sends, each followed by one full time-out of 1 s. The upper
-            // bound only has to tell two waits of 1 s from two of 2 s; the
-            // margin absorbs a loaded machine's delays between the waits.
-            EXPECT_TRUE(elapsed >= 1900 && elapsed < 3900) << c.mode << ": " << elapsed << " ms";
-            EXPECT_EQ("unchanged", url) << c.mode;
-        }
+        EXPECT_EQ(c.found ? Env("ROUTVANE_LAB_DHCP_URL") : "unchanged", url) << c.mode;
         EXPECT_EQ(c.found ? RawAddress(serverIp) : 0u, server) << c.mode;
         EXPECT_EQ(before + (c.found ? 1 : 2), received().size()) << c.mode << ": requests sent";
         EXPECT_EQ(c.lines, exchange(linesBefore)) << c.mode;
