@@ -101,7 +101,6 @@ TEST(CommandLineTest, UsageErrorsExitWithThreeAndOneLine) {
         {"intranet 65536", "PORT must be a number from 0 to 65535: 65536"},
         {"intranet 80x", "PORT must be a number from 0 to 65535: 80x"},
         {"--options 0x100000000 intranet", "--options: not a number"},
-        {"--detect --options", "--options: 1 required"},
         {"--pac --json intranet", "--pac needs a URL"},
         {"--pac-file --json intranet", "--pac-file needs a path"},
         {"--pac http://127.0.0.1/p.pac --detect intranet", "--pac excludes --detect"},
