@@ -1,9 +1,9 @@
-// A client program's view: the DLL registered with regsvr32, the example of
-// the README creating the resolver by ProgID through nothing but the public
-// header; and routvane.exe as an administrator runs it (its usage
-// errors, its text and JSON lines, its PAC tester against a PAC server of
-// this program and on local script files). The decisions behind the
-// answers are the library's own tests; here each path is run once.
+// A client program's view: routvane.exe over the DLL registered with
+// regsvr32 (the README's example runs in the package check), and as an
+// administrator runs it: its usage errors, its text and JSON lines, its PAC
+// tester against a PAC server of this program and on local script files.
+// The decisions behind the answers are the library's own tests; here each
+// path is run once.
 #include <gtest/gtest.h>
 
 #include "LoopbackHttpServer.h"
@@ -74,14 +74,10 @@ protected:
 };
 
 TEST_F(ClientTest, ProgramsOverTheRegisteredServer) {
-    const std::string example = Beside("resolve_example.exe");
     const std::string proxied = "{\"target\":\"www.example.com:443\",\"status\":0,\"browser\":0,"
                                 "\"entries\":[{\"direct\":false,\"host\":\"proxy.corp.example\","
                                 "\"port\":3128}],\"autoConfigURL\":\"\"}\r\n";
     CheckRuns({
-        {"the example: proxied", example, "www.example.com 443", 0,
-         "PROXY proxy.corp.example:3128\r\n", ""},
-        {"the example: direct", example, "intranet 80", 1, "DIRECT\r\n", ""},
         {"text", kTool, "www.example.com 443", 0,
          "www.example.com:443  proxy  PROXY proxy.corp.example:3128\r\n"
          "browser: 0 (WinINet settings)\r\n", ""},
@@ -103,12 +99,8 @@ TEST(CommandLineTest, UsageErrorsExitWithThreeAndOneLine) {
         {"\"\"", "missing HOST"},
         {"--frobnicate intranet", "not expected: --frobnicate"},
         {"intranet 65536", "PORT must be a number from 0 to 65535: 65536"},
-        {"intranet 99999999999999999999999", "PORT must be a number from 0 to 65535"},
         {"intranet 80x", "PORT must be a number from 0 to 65535: 80x"},
-        {"--detect --options ten intranet", "--options: not a number"},
         {"--options 0x100000000 intranet", "--options: not a number"},
-        {"--detect --options", "--options: 1 required"},
-        {"--pac", "--pac: 1 required"},
         {"--pac --json intranet", "--pac needs a URL"},
         {"--pac-file --json intranet", "--pac-file needs a path"},
         {"--pac http://127.0.0.1/p.pac --detect intranet", "--pac excludes --detect"},
@@ -119,9 +111,7 @@ TEST(CommandLineTest, UsageErrorsExitWithThreeAndOneLine) {
         {"--trace intranet", "--trace needs --pac, --pac-file or --detect"},
         {"--lint intranet", "--lint needs --pac, --pac-file or --detect"},
         {"--timeout 0 --pac-file p.pac intranet", "--timeout: not a number of seconds from 1 to 86400: 0"},
-        {"--timeout ten --pac-file p.pac intranet", "--timeout: not a number of seconds"},
         {"--timeout 86401 --detect intranet", "--timeout: not a number of seconds"},
-        {"--timeout --pac-file p.pac intranet", "--timeout"},
         {"intranet:65536", "not HOST[:PORT]: intranet:65536"},
         {"intranet:", "not HOST[:PORT]: intranet:"},
         {":80", "not HOST[:PORT]: :80"},
@@ -170,10 +160,7 @@ TEST(PacTesterTest, AgainstAServerOfItsOwn) {
         "}\n";
     LoopbackHttpServer server;
     server.serve("/proxy.pac", HttpResponse::Text(script));
-    server.serve("/direct.pac",
-                 HttpResponse::Text("function FindProxyForURL(url, host) { return \"\"; }"));
-    const std::string proxy = server.url("/proxy.pac"), direct = server.url("/direct.pac");
-    const std::string missing = server.url("/missing.pac");
+    const std::string proxy = server.url("/proxy.pac"), missing = server.url("/missing.pac");
     CheckRuns({
         {"JSON: the script's quotes and line ends escaped; --trace on standard error", kTool,
          "--pac " + proxy + " --json --script --trace www.example.com 8080", 0,
@@ -188,9 +175,6 @@ TEST(PacTesterTest, AgainstAServerOfItsOwn) {
          kTool, "--pac " + proxy + " www.example.com:8080 web 443", 0,
          "www.example.com:8080  proxy  PROXY p.example:3128; DIRECT\r\n"
          "web:443  proxy  PROXY wrong.example:1\r\nauto-config URL: " + proxy + "\r\n", ""},
-        {"an empty answer: direct", kTool, "--pac " + direct + " --json intranet", 1,
-         "{\"target\":\"intranet:80\",\"status\":1,\"browser\":null,\"entries\":[],"
-         "\"autoConfigURL\":\"" + direct + "\"}\r\n", ""},
         // A 404 page is a completed download without a script: the
         // evaluation fails, and the source counts as answered, with no entries.
         {"a 404 page", kTool, "--pac " + missing + " --json --trace www.example.com", 0,
@@ -201,7 +185,7 @@ TEST(PacTesterTest, AgainstAServerOfItsOwn) {
          "\"autoConfigURL\":\"\"}\r\n", ""},
     });
     EXPECT_EQ(server.requests(),
-              std::vector<std::string>({"/proxy.pac", "/proxy.pac", "/direct.pac", "/missing.pac"}));
+              std::vector<std::string>({"/proxy.pac", "/proxy.pac", "/missing.pac"}));
 }
 
 // Local scripts: targets from the command line and a targets file, one line
@@ -267,9 +251,8 @@ TEST(ScriptFileTest, LintReportsWhatHappened) {
     WriteFileText(script,
                   "function FindProxyForURL(url, host) {\n"
                   "  alert('checking ' + host);\n"
-                  "  alert(42);\n"
                   "  if (dnsDomainIs(host, 'example.com')) return 'PROXY never.example:1';\n"
-                  "  if (dnsDomainIs(host, '.example.com')) alert('dotted domain matches');\n"
+                  "  dnsDomainIs(host, '.example.com');\n"
                   "  if (localHostOrDomainIs('WWW', 'www.example.com')) return 'PROXY never.example:2';\n"
                   "  isInNet('10.1.2.3', '10.0.0.0', '255.0.0.0');\n"
                   "  isInNet('1host.example', 'ten.0.0.0', '255.0.0.0/8');\n" + calls +
@@ -278,10 +261,8 @@ TEST(ScriptFileTest, LintReportsWhatHappened) {
     const std::string isInNet = "isInNet(\"1host.example\", \"ten.0.0.0\", \"255.0.0.0/8\"): ";
     std::vector<std::string> notes = {
         "alert: checking www.example.com",
-        "alert: 42",
         "dnsDomainIs(\"www.example.com\", \"example.com\"): the domain has no leading dot, so "
         "it never matches here",
-        "alert: dotted domain matches",
         "localHostOrDomainIs(\"WWW\", \"www.example.com\"): compared with the letter case, so "
         "false here",
         isInNet + "a host beginning with a digit is taken as an address without a look-up; this "

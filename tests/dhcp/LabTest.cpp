@@ -85,33 +85,28 @@ protected:
 
 const std::vector<std::string> kAnswered = {kRelated, kDone};
 const std::vector<std::string> kAfterUnrelated = {kUnrelated, kRelated, kDone};
-const std::vector<std::string> kNoUrlTwice = {kRelated, kNoUrl,   kTimeout, kRelated,
-                                              kNoUrl,   kTimeout, kNotFound};
 
 TEST_F(Lab, ExchangeFollowsTheReplies) {
     const struct {
         const char *mode;
         bool found;
-        size_t urlLength;  // 0: the lab URL
         std::vector<std::string> lines;  // the exchange's trace, in order
-        DWORD minMs;  // the least the exchange takes when found
     } cases[] = {
-        {"url", true, 0, kAnswered, 0},
-        {"nak", true, 0, kAnswered, 0},  // a DHCPNAK with a URL serves too
-        {"zeros", true, 20, kAnswered, 0},
-        {"otherxid", false, 0, {kUnrelated, kTimeout, kUnrelated, kTimeout, kNotFound}, 0},
-        {"otherxid,url", true, 0, kAfterUnrelated, 0},
-        {"nourl", false, 0, kNoUrlTwice, 0},
-        {"nourl,url", true, 0, {kRelated, kNoUrl, kRelated, kDone}, 0},
-        {"short", false, 0, kNoUrlTwice, 0},
+        {"url", true, kAnswered},
+        {"nak", true, kAnswered},  // a DHCPNAK with a URL serves too
+        {"otherxid", false, {kUnrelated, kTimeout, kUnrelated, kTimeout, kNotFound}},
+        {"otherxid,url", true, kAfterUnrelated},
+        {"nourl,url", true, {kRelated, kNoUrl, kRelated, kDone}},
+        // A failed parse is judged by the fields it read: the xid relates it.
+        {"short", false, {kRelated, kNoUrl, kTimeout, kRelated, kNoUrl, kTimeout, kNotFound}},
         // Deliberately, the reply packet is not cleared between waits: a
         // short related reply is judged with the option bytes of the
         // unrelated one before.
-        {"otherxid,short", true, 0, kAfterUnrelated, 0},
-        {"silent", false, 0, {kTimeout, kTimeout, kNotFound}, 0},
+        {"otherxid,short", true, kAfterUnrelated},
         // Unrelated packets for 3 s, then the answer: every wait restarts the
-        // full time-out, so the one send outlives two time-outs.
-        {"flood:3,url", true, 0, kAfterUnrelated, 2900},
+        // full time-out, so the one send outlives two time-outs (one deadline
+        // would send again and time out among the unrelated packets).
+        {"flood:3,url", true, kAfterUnrelated},
     };
     for (const auto &c : cases) {
         mode(c.mode);
@@ -119,46 +114,26 @@ TEST_F(Lab, ExchangeFollowsTheReplies) {
         const size_t linesBefore = trace.lines().size();
         std::string url = "unchanged";
         uint32_t server = 0;
-        const DWORD start = GetTickCount();
         EXPECT_EQ(c.found, DiscoverProxyUrlViaDHCP(false, serverIp, url, 1, &server)) << c.mode;
-        const DWORD elapsed = GetTickCount() - start;
-        if (c.found) {
-            EXPECT_GE(elapsed, c.minMs) << c.mode;
-            if (c.urlLength == 0) {
-                EXPECT_EQ(Env("ROUTVANE_LAB_DHCP_URL"), url) << c.mode;
-            } else {
-                EXPECT_EQ(c.urlLength, url.size()) << c.mode;
-            }
-        } else {
-            // Two sends, each followed by one full time-out of 1 s. The upper
-            // bound only has to tell two waits of 1 s from two of 2 s; the
-            // margin absorbs a loaded machine's delays between the waits.
-            EXPECT_TRUE(elapsed >= 1900 && elapsed < 3900) << c.mode << ": " << elapsed << " ms";
-            EXPECT_EQ("unchanged", url) << c.mode;
-        }
+        EXPECT_EQ(c.found ? Env("ROUTVANE_LAB_DHCP_URL") : "unchanged", url) << c.mode;
         EXPECT_EQ(c.found ? RawAddress(serverIp) : 0u, server) << c.mode;
         EXPECT_EQ(before + (c.found ? 1 : 2), received().size()) << c.mode << ": requests sent";
         EXPECT_EQ(c.lines, exchange(linesBefore)) << c.mode;
     }
-}
-
-// What the platform puts into the DHCPINFORM on the lab wire (its layout
-// is the unit tests'): the client's address in ciaddr, the lab interface's
-// hardware address in chaddr, sent from port 68 of the client's address to
-// the broadcast address.
-TEST_F(Lab, InformCarriesTheClientsAddresses) {
-    mode("url");
-    std::string url;
-    ASSERT_TRUE(DiscoverProxyUrlViaDHCP(false, serverIp, url, 1));
-    const std::vector<std::string> rx = received();
-    ASSERT_FALSE(rx.empty());
-    const std::string hex = rx.back().substr(rx.back().rfind(' ') + 1);
+    // What the platform put into each DHCPINFORM on the lab wire (its layout
+    // is the unit tests'): the client's address in ciaddr, the lab interface's
+    // hardware address in chaddr, sent from port 68 of the client's address
+    // to the broadcast address.
     char ciaddr[9];
     std::snprintf(ciaddr, sizeof ciaddr, "%08lx", ntohl(RawAddress(clientIp)));
-    EXPECT_EQ(clientIp + ":68 255.255.255.255 " + ciaddr + " " + Env("ROUTVANE_LAB_CLIENT_MAC"),
-              rx.back().substr(0, rx.back().rfind(' ') + 1) + hex.substr(24, 8) + " " +
-                  hex.substr(56, 12));
-    EXPECT_EQ(2u * DHCP_PACKET_SIZE, hex.size());
+    const std::string expected = clientIp + ":68 255.255.255.255 " + ciaddr + " " +
+                                 Env("ROUTVANE_LAB_CLIENT_MAC") + " " +
+                                 std::to_string(2 * DHCP_PACKET_SIZE);
+    for (const std::string &rx : received()) {
+        const std::string hex = rx.substr(rx.rfind(' ') + 1);
+        EXPECT_EQ(expected, rx.substr(0, rx.rfind(' ') + 1) + hex.substr(24, 8) + " " +
+                                hex.substr(56, 12) + " " + std::to_string(hex.size()));
+    }
 }
 
 TEST_F(Lab, PortTakenMakesBindFail) {

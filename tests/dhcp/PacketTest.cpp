@@ -59,8 +59,7 @@ TEST(SetBuffer, TruncatedHeadersFailInTheRightReaderAndKeepWhatWasRead) {
     const std::pair<int, std::string> cases[] = {
         {-1, "Invalid buffer length:  -1"}, {0, "Invalid buffer length:  0"},
         {3, "Invalid buffer length:  0"},   {6, "Invalid buffer length:  2"},
-        {9, "Invalid buffer length:  1"},   {27, "Invalid buffer length:  3"},
-        {30, "Invalid buffer length:  2 need at least 16"},
+        {9, "Invalid buffer length:  1"},
         {100, "Invalid buffer length:  56 need at least 64"},
         {235, "Invalid buffer length:  127 need at least 128"},
     };
@@ -79,10 +78,10 @@ TEST(SetBuffer, TruncatedHeadersFailInTheRightReaderAndKeepWhatWasRead) {
         EXPECT_EQ(c.first >= 108 ? 'S' : 'x', p.sname[0]) << c.first;
         EXPECT_EQ('x', p.file[0]) << c.first;
     }
-    EXPECT_EQ(9u, trace.linesWith("Not enough buffer space...failed").size());
+    EXPECT_EQ(7u, trace.linesWith("Not enough buffer space...failed").size());
     // A dump of every datagram that has bytes, in the parse's name.
     const auto dumps = trace.linesWith("Buffer contents:  ");
-    ASSERT_EQ(7u, dumps.size());
+    ASSERT_EQ(5u, dumps.size());
     EXPECT_NE(std::string::npos, dumps[0].find(";function=DHCPPacket::SetBuffer (parse))"));
 }
 
@@ -122,12 +121,12 @@ public:
     }
     ~Harness() { packet_->~DHCPPacket(); }
     bool ok() const { return input_.ok() && object_.ok(); }
-    // The results of SetBuffer and GetStringOption(code).
-    std::pair<bool, bool> feed(const Bytes &datagram, uint8_t code, std::string &value) {
+    // The results of SetBuffer and GetStringOption(252).
+    std::pair<bool, bool> feed(const Bytes &datagram, std::string &value) {
         unsigned char *place = input_.at(datagram.size());
         if (!datagram.empty()) std::memcpy(place, datagram.data(), datagram.size());
         const bool parsed = packet_->SetBuffer(place, static_cast<int>(datagram.size()));
-        return {parsed, packet_->GetStringOption(code, value)};
+        return {parsed, packet_->GetStringOption(DHCP_OPTION_AUTO_PROXY, value)};
     }
 
 private:
@@ -149,7 +148,6 @@ TEST(OptionWalk, Table) {
     struct Case {
         const char *name;
         Bytes datagram;
-        uint8_t code;
         bool found;
         std::string value;
         const char *trace;  // a line the parse or the walk must write, or null
@@ -159,37 +157,33 @@ TEST(OptionWalk, Table) {
     Bytes headerOnly = Reply({});
     headerOnly.resize(DHCP_HEADER_SIZE);
     const Case cases[] = {
-        {"first", WithUrl({}), 252, true, kUrl,
+        {"first", WithUrl({}), true, kUrl,
          "Found string option for 252:  http://wpadhost/wpad.dat"},
-        {"afterOthers", WithUrl({53, 1, 5, 54, 4, 10, 0, 0, 1}), 252, true, kUrl, nullptr},
-        {"afterPads", WithUrl({0, 0, 0}), 252, true, kUrl, "Found DHCPOptionPadding...continuing"},
+        {"afterOthers", WithUrl({53, 1, 5, 54, 4, 10, 0, 0, 1}), true, kUrl, nullptr},
+        {"afterPads", WithUrl({0, 0, 0}), true, kUrl, "Found DHCPOptionPadding...continuing"},
         // The dump holds the datagram and no more.
-        {"headerAndCookie", Reply({}), 252, false, "", " 00 63 82 53 63 (tid="},
-        {"endFirst", Reply({255, 252, 3, 'a', 'b', 'c'}), 252, false, "",
+        {"headerAndCookie", Reply({}), false, "", " 00 63 82 53 63 (tid="},
+        {"endFirst", Reply({255, 252, 3, 'a', 'b', 'c'}), false, "",
          "Found option buffer terminator"},
-        {"noCookie", noCookie, 252, false, "",
+        {"noCookie", noCookie, false, "",
          "DHCPPacket option buffer didn't contain magic option"},
-        {"cookieCut", Reply({}, 2), 252, false, "", nullptr},
-        {"emptyValue", Reply({252, 0, 255}), 252, true, "", nullptr},
-        {"embeddedZeros", WithUrl({}, std::string("a\0b\0", 4)), 252, true,
+        {"emptyValue", Reply({252, 0, 255}), true, "", nullptr},
+        {"embeddedZeros", WithUrl({}, std::string("a\0b\0", 4)), true,
          std::string("a\0b\0", 4), nullptr},
-        {"longest", WithUrl({}, std::string(255, 'u')), 252, true, std::string(255, 'u'), nullptr},
-        {"otherCode", WithUrl({}), 15, false, "", "Found option buffer terminator"},
-        {"padsOnly", Reply({}, DHCP_OPTIONS_SIZE), 252, false, "", nullptr},
-        {"codeIsData", Reply({43, 2, 252, 1, 255}), 252, false, "", nullptr},
-        {"skipPastEnd", Reply({43, 250, 1, 2}), 252, false, "", nullptr},
+        {"longest", WithUrl({}, std::string(255, 'u')), true, std::string(255, 'u'), nullptr},
+        {"codeIsData", Reply({43, 2, 252, 1, 255}), false, "", nullptr},
         // Lengths past the end: the value stops where the packet's storage does.
         {"cutAtEnd", Reply({}, DHCP_OPTIONS_SIZE - 10, {252, 200, 'z', 'z', 'z', 'z', 'z', 'z',
                                                         'z', 'z'}),
-         252, true, "zzzzzzzz", nullptr},
-        {"noneLeft", Reply({}, DHCP_OPTIONS_SIZE - 2, {252, 255}), 252, true, "", nullptr},
-        {"codeInLastByte", Reply({}, DHCP_OPTIONS_SIZE - 1, {252}), 252, false, "", nullptr},
-        {"headerOnly", headerOnly, 252, false, "", nullptr},
+         true, "zzzzzzzz", nullptr},
+        {"noneLeft", Reply({}, DHCP_OPTIONS_SIZE - 2, {252, 255}), true, "", nullptr},
+        {"codeInLastByte", Reply({}, DHCP_OPTIONS_SIZE - 1, {252}), false, "", nullptr},
+        {"headerOnly", headerOnly, false, "", nullptr},
         // Longer datagrams are cut: a copy past the option area would write
         // into the guard page.
         {"longerThanThePacket",
-         Reply({252, 3, 'a', 'b', 'c', 255}, DHCP_RECEIVE_SIZE - DHCP_HEADER_SIZE), 252, true,
-         "abc", nullptr},
+         Reply({252, 3, 'a', 'b', 'c', 255}, DHCP_RECEIVE_SIZE - DHCP_HEADER_SIZE), true, "abc",
+         nullptr},
     };
     for (const Case &c : cases) {
         // A fresh object each time: option bytes of an earlier datagram
@@ -199,7 +193,7 @@ TEST(OptionWalk, Table) {
         TempDir dir;
         ScopedTrace trace(dir.file("t.log"));
         std::string value = "unchanged";
-        const auto r = h.feed(c.datagram, c.code, value);
+        const auto r = h.feed(c.datagram, value);
         EXPECT_TRUE(r.first) << c.name;
         EXPECT_EQ(c.found, r.second) << c.name;
         EXPECT_EQ(c.found ? c.value : "unchanged", value) << c.name;
@@ -213,9 +207,9 @@ TEST(OptionWalk, OptionBytesBeyondTheDatagramStay) {
     Harness h;
     ASSERT_TRUE(h.ok());
     std::string value;
-    h.feed(Reply({252, 3, 'a', 'b', 'c', 255}), 252, value);
+    h.feed(Reply({252, 3, 'a', 'b', 'c', 255}), value);
     value.clear();
-    const auto r = h.feed(Reply({}), 252, value);
+    const auto r = h.feed(Reply({}), value);
     EXPECT_TRUE(r.first && r.second);
     EXPECT_EQ("abc", value);
 }

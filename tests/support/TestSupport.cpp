@@ -67,8 +67,7 @@ ScopedRegistryValue ScopedRegistryValue::Dword(const std::string &name, DWORD va
 ScopedRegistryValue ScopedRegistryValue::Raw(const std::string &name, DWORD type, const void *data,
                                              DWORD size, HKEY root, const std::string &key) {
     ScopedRegistryValue v(root, key, name);
-    static const BYTE empty = 0;
-    v.set(type, data ? data : &empty, size);
+    v.set(type, data, size);
     return v;
 }
 
@@ -265,15 +264,10 @@ void FakeClock::Install(ScopedClock &clock, time_t start) {
         return BreakDown(t + localOffsetSeconds, out);
     };
     clock->GetSystemTime = [](SYSTEMTIME *out) {
-        struct tm tm = {};
-        BreakDown(now, &tm);
-        out->wYear = static_cast<WORD>(tm.tm_year + 1900);
-        out->wMonth = static_cast<WORD>(tm.tm_mon + 1);
-        out->wDayOfWeek = static_cast<WORD>(tm.tm_wday);
-        out->wDay = static_cast<WORD>(tm.tm_mday);
-        out->wHour = static_cast<WORD>(tm.tm_hour);
-        out->wMinute = static_cast<WORD>(tm.tm_min);
-        out->wSecond = static_cast<WORD>(tm.tm_sec);
+        // Seconds since 1970 as 100-nanosecond units since 1601.
+        const ULONGLONG units = (static_cast<ULONGLONG>(now) + 11644473600ull) * 10000000ull;
+        const FILETIME file = {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+        FileTimeToSystemTime(&file, out);
         out->wMilliseconds = milliseconds;
     };
     clock->GetTickCount = []() { return tick; };
@@ -297,7 +291,6 @@ std::string Field(const std::string &line, int index) {
 
 std::string LineText(const std::string &line) { return Field(line, 3); }
 std::string LineLevel(const std::string &line) { return Field(line, 1); }
-std::string LineComponent(const std::string &line) { return Field(line, 2); }
 
 std::string Beside(const std::string &name) {
     char path[MAX_PATH];

@@ -142,9 +142,8 @@ time_t UtcTime(int year, int month, int day, int hour, int minute, int second);
 
 // The text of a trace line after its prefix (time stamp, level, component).
 std::string LineText(const std::string &line);
-// The level word and component of a trace line.
+// The level word of a trace line.
 std::string LineLevel(const std::string &line);
-std::string LineComponent(const std::string &line);
 
 // A file beside this program's executable.
 std::string Beside(const std::string &name);

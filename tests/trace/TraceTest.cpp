@@ -22,6 +22,18 @@ void Say(const std::string &text, bool quiet = true) {
     tf << text << endtrace;
 }
 
+// A fresh folder for the trace files and the clock stopped at a fixed UTC
+// time, local time the same.
+class TraceFile : public testing::Test {
+protected:
+    TraceFile() {
+        FakeClock::localOffsetSeconds = 0;
+        FakeClock::Install(clock, UtcTime(2016, 5, 3, 14, 2, 11));
+    }
+    TempDir dir;
+    ScopedClock clock;
+};
+
 testing::AssertionResult StartsWith(const std::string &text, const std::string &start) {
     if (text.compare(0, start.size(), start) == 0) return testing::AssertionSuccess();
     return testing::AssertionFailure() << "\"" << text << "\" does not start with \"" << start
@@ -32,8 +44,9 @@ testing::AssertionResult StartsWith(const std::string &text, const std::string &
 
 // The level value as the registry holds it decides which lines appear: a
 // level word of type REG_SZ, exactly as written; anything else is level 0,
-// every line.
-TEST(Settings, LevelValueDecidesWhichLinesAppear) {
+// every line. The settings are named after the program's file name alone.
+TEST_F(TraceFile, LevelValueDecidesWhichLinesAppear) {
+    EXPECT_EQ(kExe, "trace_tests.exe");
     const struct {
         const char *name;
         DWORD type;
@@ -44,14 +57,9 @@ TEST(Settings, LevelValueDecidesWhichLinesAppear) {
                 {"error", REG_SZ, std::string("error\0", 6), false, false},
                 {"Trace", REG_SZ, std::string("Trace\0", 6), true, true},
                 {"trailing blank", REG_SZ, std::string("error \0", 7), true, true},
-                {"errors", REG_SZ, std::string("errors\0", 7), true, true},
-                {"expand_sz", REG_EXPAND_SZ, std::string("error\0", 6), true, true},
-                {"dword", REG_DWORD, std::string("\2\0\0\0", 4), true, true},
-                {"empty", REG_SZ, std::string("\0", 1), true, true},
-                {"overlong", REG_SZ, std::string(300, 'e') + '\0', true, true}};
+                {"expand_sz", REG_EXPAND_SZ, std::string("error\0", 6), true, true}};
     for (const auto &row : rows) {
-        TempDir dir;
-        ScopedTrace trace(dir.file("t.txt"));
+        ScopedTrace trace(dir.file(std::to_string(&row - rows) + ".txt"));
         auto value = ScopedRegistryValue::Raw("DebugLevel-" + kExe, row.type, row.data.data(),
                                               static_cast<DWORD>(row.data.size()));
         ZelTraceReload();
@@ -67,16 +75,13 @@ TEST(Settings, FilterText) {
         uint32_t mode;  // 0 exclude, 1 only
         std::set<std::string> names;
     } rows[] = {{"exclude:tracer,Routvane", 0, {"tracer", "Routvane"}},
-                {"exclude:", 0, {}},
                 {"exclude:a:b", 0, {}},
                 {"exclude:a:", 0, {"a"}},
                 {"  exclude  :  a , , b  ,", 0, {"a", "b"}},
                 {"only:Routvane", 1, {"Routvane"}},
-                {"include:x", 1, {"x"}},
                 {"Exclude:x", 1, {"x"}},
                 {":a", 0, {}},
                 {"   :a", 0, {}},
-                {"", 0, {}},
                 {"only:", 0, {}},
                 {"only:,,", 1, {}},
                 {"exclude:a\tb", 0, {"a\tb"}}};
@@ -90,15 +95,14 @@ TEST(Settings, FilterText) {
 
 // The filter judges the component current when the line is written; lines
 // outside any component belong to "default".
-TEST(Settings, FilterDecidesByTheCurrentComponent) {
+TEST_F(TraceFile, FilterDecidesByTheCurrentComponent) {
     const struct {
         const char *filter;
         bool routvane, other, none;
     } rows[] = {{"only:Routvane", true, false, false},
                 {" exclude : tracer , Routvane ", false, true, true}};
     for (const auto &row : rows) {
-        TempDir dir;
-        ScopedTrace trace(dir.file("t.txt"), "", row.filter);
+        ScopedTrace trace(dir.file(std::to_string(&row - rows) + ".txt"), "", row.filter);
         for (const char *name : {"Routvane", "Other"}) {
             ZelComponent component(name);
             Say(std::string("from ") + name, false);
@@ -114,38 +118,26 @@ TEST(Settings, FilterDecidesByTheCurrentComponent) {
     }
 }
 
-TEST(Settings, ComponentStacksArePerThreadAndUnderflowGivesDefault) {
+// A pop too many leaves the thread at "default", ready for the next push.
+// (That each thread has a stack of its own shows in every line of
+// TwoThreadsWriteOnlyWholeLines.)
+TEST(Settings, UnderflowGivesDefault) {
     ZelTraceComponentManager *manager = ZelComponentManagerInstance();
     ASSERT_NE(manager, nullptr);
-    ZelComponent outer("Outer");
-    {
-        ZelComponent inner("Inner");
-        EXPECT_EQ(manager->current().name(), "Inner");
-        std::string seen;
-        std::thread([&] { seen = manager->current().name(); }).join();
-        EXPECT_EQ(seen, "default");
-    }
-    EXPECT_EQ(manager->current().name(), "Outer");
-    std::string afterUnderflow;
+    std::string names;
     std::thread([&] {
+        { ZelComponent once("Once"); }
         manager->pop();
-        manager->pop();
-        afterUnderflow = manager->current().name();
+        names = manager->current().name();
         ZelComponent again("Again");
-        afterUnderflow += "," + manager->current().name();
+        names += "," + manager->current().name();
     }).join();
-    EXPECT_EQ(afterUnderflow, "default,Again");
+    EXPECT_EQ(names, "default,Again");
 }
 
-// The settings are named after the program's file name alone.
-TEST(Settings, KeyedByTheExecutableName) {
-    EXPECT_EQ(kExe, "trace_tests.exe");
-}
-
-// No file setting, or one that names no file that can be opened, or one
-// not of type REG_SZ: tracing stays off and the caller goes on.
-TEST(Settings, UnusableFileSettingsLeaveTracingOff) {
-    TempDir dir;
+// No file setting, or one that names no file that can be opened (the type
+// is read as the level's is): tracing stays off and the caller goes on.
+TEST_F(TraceFile, UnusableFileSettingsLeaveTracingOff) {
     CreateDirectoryA(dir.file("folder").c_str(), nullptr);
     const struct {
         const char *name;
@@ -153,10 +145,7 @@ TEST(Settings, UnusableFileSettingsLeaveTracingOff) {
         std::string path;
     } rows[] = {{"absent", REG_NONE, ""},
                 {"directory", REG_SZ, dir.file("folder")},
-                {"missing folder", REG_SZ, dir.file("no\\such\\t.txt")},
-                {"overlong", REG_SZ, "C:\\" + std::string(600, 'x') + ".txt"},
-                {"bad characters", REG_SZ, dir.file("t<>|.txt")},
-                {"expand_sz", REG_EXPAND_SZ, dir.file("t.txt")}};
+                {"overlong", REG_SZ, "C:\\" + std::string(600, 'x') + ".txt"}};
     for (const auto &row : rows) {
         auto level = ScopedRegistryValue::String("DebugLevel-" + kExe, "detailed");
         auto file = row.type == REG_NONE
@@ -167,17 +156,12 @@ TEST(Settings, UnusableFileSettingsLeaveTracingOff) {
         EXPECT_FALSE(ZelTraceManagerInstance()->refresh()) << row.name;
         Say("goes nowhere");
     }
-    EXPECT_FALSE(FileExists(dir.file("t.txt")));
     ZelTraceReload();
 }
 
 // ------------------------------------------------------------------- lines
 
-TEST(Lines, CarryTheExactPrefixAndTellTheScope) {
-    TempDir dir;
-    ScopedClock clock;
-    FakeClock::localOffsetSeconds = 0;
-    FakeClock::Install(clock, UtcTime(2016, 5, 3, 14, 2, 11));
+TEST_F(TraceFile, CarryTheExactPrefixAndTellTheScope) {
     FakeClock::milliseconds = 123;
     // The tick counter wraps while the function runs.
     FakeClock::tick = 0xFFFFFFF0u;
@@ -202,18 +186,17 @@ TEST(Lines, CarryTheExactPrefixAndTellTheScope) {
     EXPECT_EQ(lines[0], stamp + "Trace" + scope + "  Entered" + tail);
     EXPECT_EQ(lines[1], stamp + "Detail\tRoutvane\tUsing WPAD Connect timeout: 5000 ms" + tail);
     EXPECT_EQ(lines[2], stamp + "Trace" + scope + " Exited (delta = 32ms)" + tail);
-    EXPECT_TRUE(StartsWith(LineText(lines[3]), "Fn[ 0x56789ABC ] (File:77):  Entered (tid="));
+    // The momentary "tracer" component does not show: the caller's does.
+    EXPECT_TRUE(
+        StartsWith(lines[3], stamp + "Trace\tdefault\tFn[ 0x56789ABC ] (File:77):  Entered (tid="));
     EXPECT_TRUE(StartsWith(LineText(lines[4]), "High[ 0x0 ] (File:78):  Entered"));
     EXPECT_TRUE(StartsWith(LineText(lines[6]), "Fn[ 0x56789ABC ] (File:77): Exited (delta = 0ms)"));
-    // The momentary "tracer" component does not show: the caller's does.
-    EXPECT_EQ(LineComponent(lines[3]), "default");
     // Text mode: every line ends in a carriage return and a line feed.
     const std::string raw = ReadFileText(trace.path());
     EXPECT_EQ(raw.substr(raw.size() - 2), "\r\n");
 }
 
-TEST(Lines, TwoThreadsWriteOnlyWholeLines) {
-    TempDir dir;
+TEST_F(TraceFile, TwoThreadsWriteOnlyWholeLines) {
     ScopedTrace trace(dir.file("threads.txt"));
     const int kLines = 400;
     auto writer = [&](const char *who) {
@@ -226,43 +209,15 @@ TEST(Lines, TwoThreadsWriteOnlyWholeLines) {
     std::thread a(writer, "alpha"), b(writer, "beta");
     a.join();
     b.join();
-    const std::regex line(
-        "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3}: \t(Detail|Trace|Error)\t(alpha|beta)\t"
-        "(alpha|beta) line \\d+ \\(tid=\\d+;function=(alpha|beta)\\)");
+    // Whole lines, each with its own thread's component, text and function.
+    const std::regex line("2016-05-03 14:02:11\\.000: \tTrace\t(alpha|beta)\t"
+                          "\\1 line \\d+ \\(tid=\\d+;function=\\1\\)");
     const auto lines = trace.lines();
-    ASSERT_EQ(lines.size(), 2u * kLines);
-    int alpha = 0;
-    for (const std::string &l : lines) {
-        std::smatch m;
-        ASSERT_TRUE(std::regex_match(l, m, line)) << l;
-        EXPECT_EQ(m[2], m[3]);
-        EXPECT_EQ(m[3], m[4]);
-        alpha += m[2] == "alpha";
-    }
-    EXPECT_EQ(alpha, kLines);
+    EXPECT_EQ(lines.size(), 2u * kLines);
+    for (const std::string &l : lines) ASSERT_TRUE(std::regex_match(l, line)) << l;
 }
 
-TEST(Lines, FileOpenedWhileAFunctionRunsGivesOnlyTheExitLine) {
-    TempDir dir;
-    ScopedClock clock;
-    FakeClock::Install(clock, UtcTime(2022, 3, 3, 3, 3, 3));
-    auto none = ScopedRegistryValue::Absent("Debug-" + kExe);
-    ZelTraceReload();
-    {
-        tracefunc tf(5, "File", "Late");
-        auto now = ScopedRegistryValue::String("Debug-" + kExe, dir.file("late.txt"));
-        FakeClock::now += 60;
-        tf << "said once the file is open" << endtrace;
-    }
-    const auto lines = ReadLines(dir.file("late.txt"));
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_TRUE(StartsWith(LineText(lines[0]), "said once the file is open (tid="));
-    EXPECT_TRUE(StartsWith(LineText(lines[1]), "Late(File:5): Exited (delta = "));
-    ZelTraceReload();
-}
-
-TEST(Lines, InsertionsFormatEachKindAndAnUnendedMessageIsWrittenAtExit) {
-    TempDir dir;
+TEST_F(TraceFile, InsertionsFormatEachKindAndAnUnendedMessageIsWrittenAtExit) {
     ScopedTrace trace(dir.file("t.txt"));
     {
         tracefunc tf(__LINE__, "File", "Kinds", 0, true);
@@ -310,75 +265,66 @@ TEST(File, RolledNames) {
         const char *path;
         const char *rolled;
     } rows[] = {
-        {"C:\\logs\\trace.txt", "C:\\logs\\trace_2016-05-03.txt"},
         {"C:\\logs.d\\trace", "C:\\logs.d\\trace_2016-05-03"},
         {"trace", "trace_2016-05-03"},
         {"a.b.c", "a.b_2016-05-03.c"},
-        {"C:\\x.y\\z.log", "C:\\x.y\\z_2016-05-03.log"},
         {"C:/logs.d/trace", "C:/logs_2016-05-03.d/trace"},
     };
     for (const auto &row : rows)
         EXPECT_EQ(ZelTraceManager::RolledName(row.path, day), row.rolled) << row.path;
 }
 
-TEST(File, FirstLineAfterLocalMidnightRollsTheFile) {
-    TempDir dir;
-    ScopedClock clock;
-    // Local time runs two hours ahead of UTC: the roll follows local days.
+// The roll follows local days (two hours ahead of UTC here); a roll whose
+// dated file exists already keeps appending to the same file.
+TEST_F(TraceFile, FirstLineAfterLocalMidnightRollsTheFile) {
     FakeClock::localOffsetSeconds = 2 * 3600;
-    FakeClock::Install(clock, UtcTime(2016, 5, 3, 21, 59, 0));
-    ScopedTrace trace(dir.file("trace.txt"));
-    Say("before midnight");
     FakeClock::now = UtcTime(2016, 5, 3, 21, 59, 59);
+    WriteFileText(dir.file("trace_2016-05-04.txt"), "already here\n");
+    ScopedTrace trace(dir.file("trace.txt"));
     Say("still the 3rd");
     EXPECT_FALSE(FileExists(dir.file("trace_2016-05-03.txt")));
-    FakeClock::now = UtcTime(2016, 5, 3, 22, 0, 1);  // 00:00:01 local on the 4th
+    FakeClock::now += 2;  // 00:00:01 local on the 4th
     Say("after midnight");
+    FakeClock::now += 86400;
+    Say("on the 5th");
     const auto rolled = ReadLines(dir.file("trace_2016-05-03.txt"));
-    ASSERT_EQ(rolled.size(), 2u);
-    EXPECT_EQ(LineText(rolled[1]).substr(0, 13), "still the 3rd");
+    ASSERT_EQ(rolled.size(), 1u);
+    EXPECT_EQ(LineText(rolled[0]).substr(0, 13), "still the 3rd");
+    EXPECT_EQ(ReadFileText(dir.file("trace_2016-05-04.txt")), "already here\n");
     const auto current = trace.lines();
-    ASSERT_EQ(current.size(), 1u);
+    ASSERT_EQ(current.size(), 2u);
     EXPECT_EQ(LineText(current[0]).substr(0, 14), "after midnight");
+    EXPECT_EQ(LineText(current[1]).substr(0, 10), "on the 5th");
     // UTC time stamps, local roll-over date: the line of the 4th is stamped the 3rd.
     EXPECT_EQ(current[0].substr(0, 10), "2016-05-03");
 }
 
-TEST(File, AFailedRenameKeepsAppendingToTheSameFile) {
-    TempDir dir;
-    ScopedClock clock;
-    FakeClock::localOffsetSeconds = 0;
-    FakeClock::Install(clock, UtcTime(2020, 1, 1, 23, 0, 0));
-    WriteFileText(dir.file("trace_2020-01-01.txt"), "already here\n");
-    ScopedTrace trace(dir.file("trace.txt"));
-    Say("one");
-    FakeClock::now += 2 * 3600;
-    Say("two");
-    EXPECT_EQ(ReadFileText(dir.file("trace_2020-01-01.txt")), "already here\n");
-    const auto lines = trace.lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(LineText(lines[1]).substr(0, 3), "two");
-}
-
-TEST(File, TheSettingIsReadAgainAfterAMinute) {
-    TempDir dir;
-    ScopedClock clock;
-    FakeClock::Install(clock, UtcTime(2021, 6, 1, 12, 0, 0));
-    ScopedTrace trace(dir.file("first.txt"));
-    Say("first 1");
+// The file setting is read again a minute after it was last read: a file set
+// while a function runs gets its later lines, its exit line too (and no
+// entry line); deleting the setting keeps the file that is open.
+TEST_F(TraceFile, TheSettingIsReadAgainAfterAMinute) {
+    ScopedTrace none("");
+    auto first = ScopedRegistryValue::String("Debug-" + kExe, dir.file("first.txt"));
+    {
+        tracefunc tf(5, "File", "Late");
+        FakeClock::now += 60;
+        tf << "said once the file is open" << endtrace;
+    }
     auto second = ScopedRegistryValue::String("Debug-" + kExe, dir.file("second.txt"));
     FakeClock::now += 59;
     Say("first 2");
     FakeClock::now += 1;
     Say("second 1");
     {
-        // Deleting the value keeps tracing to the file that is open.
         auto gone = ScopedRegistryValue::Absent("Debug-" + kExe);
         FakeClock::now += 61;
         Say("second 2");
     }
-    EXPECT_EQ(ReadLines(dir.file("first.txt")).size(), 2u);
-    const auto lines = ReadLines(dir.file("second.txt"));
+    auto lines = ReadLines(dir.file("first.txt"));
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_TRUE(StartsWith(LineText(lines[0]), "said once the file is open (tid="));
+    EXPECT_TRUE(StartsWith(LineText(lines[1]), "Late(File:5): Exited (delta = "));
+    lines = ReadLines(dir.file("second.txt"));
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(LineText(lines[1]).substr(0, 8), "second 2");
 }
@@ -386,11 +332,8 @@ TEST(File, TheSettingIsReadAgainAfterAMinute) {
 // The forced file (routvane.exe --trace; the client tests show it without a
 // file setting) wins over the registry's, which gets no line while forced,
 // not even after a minute when the setting is read again otherwise.
-TEST(File, ForcedFileWinsOverTheSetting) {
-    TempDir dir;
+TEST_F(TraceFile, ForcedFileWinsOverTheSetting) {
     const std::string forced = dir.file("forced.txt");
-    ScopedClock clock;
-    FakeClock::Install(clock, UtcTime(2016, 5, 3, 10, 0, 0));
     ScopedTrace trace(dir.file("registry.txt"));
     Say("to the registry's file");
     ZelForceTraceFile(forced);
