@@ -52,16 +52,6 @@ INSTANTIATE_TEST_SUITE_P(
         ProxyCase{kLong + ":1", 0, {{kLong, 1}}},
         ProxyCase{"http=" + kLong, 0, {{kLong, 80}}}));
 
-TEST(ParseProxyTest, TracesTheText) {
-    TempDir dir;
-    ScopedTrace trace(dir.file("t.txt"));
-    Routvane *r = new Routvane();
-    r->AddRef();
-    EXPECT_EQ(r->ParseProxy("proxy.example:3128"), 0);
-    r->Release();
-    EXPECT_EQ(trace.linesWith("proxy.example:3128 (tid=").size(), 1u);
-}
-
 struct BypassCase {
     std::string target;
     uint32_t port;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
@@ -82,17 +83,11 @@ TEST_F(RoutvaneTest, TwoResolvesOnOneObjectKeepBothEntries) {
 
 // A buffer with guard bytes on both sides of the part handed out.
 struct Guarded {
-    static const int kGuard = 16;
-    char bytes[kGuard + 64 + kGuard];
-    Guarded() { memset(bytes, '#', sizeof bytes); }
-    char *buffer() { return bytes + kGuard; }
+    std::string bytes = std::string(16 + 64 + 16, '#');
+    char *buffer() { return &bytes[16]; }
     bool guardsIntact(int size) const {
-        const int used = size > 0 ? size : 0;
-        for (int i = 0; i < kGuard; ++i)
-            if (bytes[i] != '#') return false;
-        for (size_t i = kGuard + used; i < sizeof bytes; ++i)
-            if (bytes[i] != '#') return false;
-        return true;
+        return bytes.find_first_not_of('#') >= 16 &&
+               bytes.find_first_not_of('#', 16 + std::max(size, 0)) == std::string::npos;
     }
 };
 
@@ -136,7 +131,8 @@ TEST_F(RoutvaneTest, GetProxyKeepsToItsIndexesAndBuffers) {
 TEST_F(RoutvaneTest, EntriesWithoutHostAndPortReadAsDirect) {
     Resolver r;
     r->ParseProxy(":0");
-    r->ParseProxy(":81");
+    EXPECT_EQ(r->ParseProxy(":81"), 0);
+    EXPECT_EQ(trace_.linesWith(":81 (tid=").size(), 1u) << "the text parsed is traced";
     bool direct = false;
     char host[8] = "x";
     unsigned port = 7;
