@@ -34,12 +34,8 @@ TEST(NoTypeLibrary, ScriptsRunButHelperCallsFail) {
     EXPECT_EQ("string:DIRECT", Eval("'DIRECT'"));
     // The engine looks the name up first; the object's TYPE_E_ELEMENTNOTFOUND
     // leaves it unknown, which this engine raises as "Object expected".
+    // How the host reports a failed call is the script host's own test.
     EXPECT_EQ("error:800a138f", Eval("isPlainHostname('intranet')"));
-    const ScriptOutcome out = RunScript(
-        "function FindProxyForURL(url, host) { return dnsDomainIs(host, '.com') ? 'x' : 'y'; }");
-    EXPECT_TRUE(out.parsed && !out.executed);
-    EXPECT_EQ(E_FAIL, out.status);
-    EXPECT_EQ(0u, out.detail.find("Invoke failed\r\n\r\nSource:  ")) << out.detail;
 }
 
 TEST(NoTypeLibrary, TheLibraryLoadsWithoutIt) {
