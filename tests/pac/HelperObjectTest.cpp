@@ -15,11 +15,8 @@ namespace {
 // The script tests load the type library from this program; the shipped
 // library must carry the same resource for the scripts its clients run.
 TEST(HelperTypeLibrary, TheShippedLibraryCarriesIt) {
-    char path[MAX_PATH];
-    std::string dll(path, GetModuleFileNameA(nullptr, path, sizeof path));
-    dll = dll.substr(0, dll.find_last_of('\\') + 1) + "routvane.dll";
     ComPtr<ITypeLib> shipped;
-    ASSERT_EQ(S_OK, LoadTypeLib(BstrFromNarrow(dll).get(), shipped.out()));
+    ASSERT_EQ(S_OK, LoadTypeLib(BstrFromNarrow(Beside("routvane.dll")).get(), shipped.out()));
     ComPtr<ITypeInfo> info;
     EXPECT_EQ(S_OK, shipped->GetTypeInfoOfGuid(IID_IFindProxyForUrl, info.out()));
 }

@@ -228,9 +228,9 @@ TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
 }
 
 // The library as a client loads it, Navigator the default browser and its
-// preferences naming the script: the answer read back through the
-// interface; a script answering nothing hands over to the WinINet settings
-// (Wine's own). A worker keeps the library loaded after the client's
+// preferences naming the script; a script answering nothing hands over to
+// the WinINet settings (Wine's own). The entries themselves are the
+// Navigator tests'. A worker keeps the library loaded after the client's
 // FreeLibrary, and it goes when the worker ends: an abandoned one when its
 // server lets go, an idle one when no further job comes.
 TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorkerEnds) {
@@ -255,14 +255,12 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
         const char *name;
         HttpResponse response;
         unsigned status, browser;
-        std::vector<Entry> entries;
+        long long entries;
         HRESULT canUnload;  // once the client let go of its objects
     } rows[] = {
-        {"abandoned", kProxyAnswer.delayedBy(60000), 2,
-         ROUTVANE_BROWSER_NETSCAPE, {}, S_FALSE},
-        {"idle", HttpResponse::Text(answering), 0, ROUTVANE_BROWSER_NETSCAPE,
-         {Proxy("first.example", 1111), Proxy("second.example", 2222), kDirect}, S_OK},
-        {"answers nothing", HttpResponse::Text(Returning("\"\"")), 1, ROUTVANE_BROWSER_IE, {}, S_OK},
+        {"abandoned", kProxyAnswer.delayedBy(60000), 2, ROUTVANE_BROWSER_NETSCAPE, 0, S_FALSE},
+        {"idle", HttpResponse::Text(answering), 0, ROUTVANE_BROWSER_NETSCAPE, 3, S_OK},
+        {"answers nothing", HttpResponse::Text(Returning("\"\"")), 1, ROUTVANE_BROWSER_IE, 0, S_OK},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
@@ -291,15 +289,7 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
         unsigned browserCode = 99;
         EXPECT_TRUE(resolver->GetBrowser(&browserCode));
         EXPECT_EQ(browserCode, row.browser);
-        std::vector<Entry> entries;
-        for (int i = 0; i < resolver->GetProxyCount() && i < 8; ++i) {
-            bool direct = i < 2;  // the opposite of the answer
-            char host[64] = "untouched";
-            unsigned port = 99;
-            EXPECT_TRUE(resolver->GetProxy(i, &direct, host, sizeof host, &port));
-            entries.push_back(Entry{direct ? PROXY_ENTRY_DIRECT : PROXY_ENTRY_PROXY, host, port});
-        }
-        EXPECT_EQ(entries, row.entries);
+        EXPECT_EQ(resolver->GetProxyCount(), row.entries);
         resolver->Release();
         // The download's worker and the script's, which may be one thread
         // or two; one that ended already cannot be opened.
