@@ -218,6 +218,7 @@ TEST(MyScriptSite, ItemInfoServesOnlyGlobalMethods) {
     ASSERT_EQ(S_OK, info->GetTypeAttr(&attr));
     EXPECT_EQ(TKIND_COCLASS, attr->typekind);
     EXPECT_TRUE(IsEqualGUID(CLSID_FindProxyForUrl, attr->guid));
+    EXPECT_TRUE(attr->wTypeFlags & TYPEFLAG_FCANCREATE);
     info->ReleaseTypeAttr(attr);
 }
 

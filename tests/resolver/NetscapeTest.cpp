@@ -109,7 +109,6 @@ TEST_F(NetscapeTest, ProxyFromThePreferences) {
         std::vector<std::string> messages;  // after the "Using ..." line
     } rows[] = {
         {"empty file", "", 2, {}, {unable}},
-        {"no type", Host("http", "h"), 2, {}, {unable}},
         {"type 0", Type(0) + Host("http", "h"), 2, {}, {unable}},
         {"type -1", Type(-1), 2, {}, {"Proxy type is -1"}},
         {"type not a number", Pref("network.proxy.type", "\"1\""), 2, {}, {unable}},
