@@ -214,7 +214,6 @@ TEST_F(PacRetrievalTest, InsFileIsParkedInTempThenTmpThenTheCurrentDirectory) {
         {"TEMP free", true, true, kTmp, 0, kScript},
         {"TEMP full", true, true, kTemp, 0, ins},
         {"TMP full, TEMP unset", false, true, kTmp, 0, ins},
-        {"TMP free, TEMP unset", false, true, kTemp, 0, kScript},
         {"neither, current full", false, false, kCurrent, 0, ins},
         {"neither, current free", false, false, kTemp, 0, kScript},
         {"TEMP a missing folder", true, true, kMissing, 2, ""},
