@@ -13,6 +13,7 @@
 
 #include "FakeSettings.h"
 #include "LoopbackHttpServer.h"
+#include "PacFixtures.h"
 #include "TestSupport.h"
 #include "com/Module.h"
 #include "resolver/BoundedWorker.h"
@@ -59,14 +60,12 @@ protected:
     }
     // One resolve on a fresh object with the n-th allocation failing.
     Outcome Resolve(long failAt) {
-        Routvane *r = new Routvane();
-        r->AddRef();
+        Resolver r;
         g_count = 0;
         g_failAt = failAt;
         g_armed = true;
         const unsigned status = r->RoutvaneBrowser(0, "www.example.com", 80);
         g_armed = false;
-        r->Release();
         return Outcome{status, g_count.load()};
     }
     // Fails every allocation of a whole resolve in turn; the number of runs.

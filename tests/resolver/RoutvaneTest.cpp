@@ -11,14 +11,6 @@
 
 namespace {
 
-// One resolver for a test, released at its end.
-struct Resolver {
-    Routvane *r = new Routvane();
-    Resolver() { r->AddRef(); }
-    ~Resolver() { r->Release(); }
-    Routvane *operator->() { return r; }
-};
-
 class RoutvaneTest : public testing::Test {
 protected:
     void SetUp() override {
