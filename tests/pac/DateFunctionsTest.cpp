@@ -58,10 +58,9 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
         {"weekdayRange('MON')", true}, {"weekdayRange('SUN')", false},
         {"weekdayRange('SUN', 'gmt')", true}, {"weekdayRange('SUN', '', 'GMT')", true},
         {"weekdayRange('MON', 'FRI')", true}, {"weekdayRange('TUE', 'FRI')", false},
-        {"weekdayRange('MON', 'MON')", true},
         // Wrapping round the end of the week.
-        {"weekdayRange('SAT', 'MON')", true}, {"weekdayRange('TUE', 'MON')", true},
-        {"weekdayRange('FRI', 'SUN')", false}, {"weekdayRange('FRI', 'SUN', 'GMT')", true},
+        {"weekdayRange('SAT', 'MON')", true}, {"weekdayRange('FRI', 'SUN')", false},
+        {"weekdayRange('FRI', 'SUN', 'GMT')", true},
         // Anything else.
         {"weekdayRange('mon')", false}, {"weekdayRange('MONDAY')", false},
         {"weekdayRange('')", false}, {"weekdayRange('MON', 'XYZ')", false},
@@ -104,12 +103,10 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
         {"dateRange(0)", false}, {"dateRange(32)", false}, {"dateRange(999)", false},
         {"dateRange(10000)", false}, {"dateRange(1.5)", false}, {"dateRange('jan')", false},
         {"dateRange('1')", false}, {"dateRange(null)", false}, {"dateRange(1, undefined)", false},
-        {"dateRange('GMT')", false},
-        {"dateRange(1, 'GMT', 'GMT')", false},
-        {"dateRange('JAN', 1)", false}, {"dateRange(2024, 'JAN')", false},
-        {"dateRange(1, 2, 3)", false}, {"dateRange(1, 'JAN', 2024, 1, 'JAN')", false},
+        {"dateRange('GMT')", false}, {"dateRange(1, 'GMT', 'GMT')", false},
+        // Forms outside the ten.
+        {"dateRange(2024, 'JAN')", false}, {"dateRange(1, 'JAN', 2024, 1, 'JAN')", false},
         {"dateRange(1, 'JAN', 2024, 1, 'JAN', 2024, 'local')", false},
-        {"dateRange(1, 'JAN', 1, 'FEB', 'x')", false},
     };
     Check(rows, sizeof rows / sizeof rows[0]);
     // The type library refuses wrong counts and a null weekday.
