@@ -58,7 +58,6 @@ TEST_F(PacEvaluationTest, AnswerGrammar) {
         {"SOCKS", 2, {}, {socks + "SOCKS"}},
         {"socks", 2, {}, {socks + "socks"}},
         {"SOCKS s:1080", 2, {}, {unknown + "SOCKS s:1080"}},
-        {"SOCKS s:1080; DIRECT", 0, {kDirect}, {unknown + "SOCKS s:1080"}},
         {"DIRECT a:1", 2, {}, {unknown + "DIRECT a:1"}},
         {"BOGUS; PROXY p:1; SOCKS", 0, {Proxy("p", 1)}, {unknown + "BOGUS", socks + " SOCKS"}},
     };
