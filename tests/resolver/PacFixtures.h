@@ -34,6 +34,14 @@ inline Entry Proxy(const std::string &host, uint32_t port) {
 }
 std::vector<Entry> Entries(const Routvane &resolver);
 
+// One resolver, released at the end of its scope.
+struct Resolver {
+    Routvane *r = new Routvane();
+    Resolver() { r->AddRef(); }
+    ~Resolver() { r->Release(); }
+    Routvane *operator->() { return r; }
+};
+
 // Navigator 4.8 (en) installed in a folder of its own for the scope: the
 // program folder beside the users' profiles, the registry keys naming both,
 // and the user alice, whose prefs.js is prefs.

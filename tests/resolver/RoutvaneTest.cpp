@@ -1,21 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
+#include <utility>
 
 #include "FakeSettings.h"
 #include "PacFixtures.h"
 #include "resolver/Routvane.h"
 
 namespace {
-
-// One resolver for a test, released at its end.
-struct Resolver {
-    Routvane *r = new Routvane();
-    Resolver() { r->AddRef(); }
-    ~Resolver() { r->Release(); }
-    Routvane *operator->() { return r; }
-};
 
 class RoutvaneTest : public testing::Test {
 protected:
@@ -65,11 +59,15 @@ TEST_F(RoutvaneTest, TokenFailuresCountAsNotLocalSystem) {
     }
 }
 
-TEST_F(RoutvaneTest, TwoResolvesOnOneObjectKeepBothEntries) {
+// Odd targets and ports are answered too.
+TEST_F(RoutvaneTest, ResolvesOnOneObjectKeepEveryEntry) {
+    const std::string huge(64 * 1024, 'h');
+    const std::pair<const char *, unsigned> targets[] = {{"a.example", 80}, {nullptr, 80}, {"", 80},
+        {huge.c_str(), 0xFFFFFFFFu}, {"\xE9\xE8.example", 0}};
     Resolver r;
-    EXPECT_EQ(r->RoutvaneBrowser(0, "a.example", 80), ROUTVANE_PROXY);
-    EXPECT_EQ(r->RoutvaneBrowser(0, "b.example", 80), ROUTVANE_PROXY);
-    EXPECT_EQ(Entries(*r.r), std::vector<Entry>(2, Proxy("proxyhost", 8080)));
+    for (const auto &t : targets)
+        EXPECT_EQ(r->RoutvaneBrowser(0, t.first, t.second), ROUTVANE_PROXY) << "target " << &t - targets;
+    EXPECT_EQ(Entries(*r.r), std::vector<Entry>(5, Proxy("proxyhost", 8080)));
     unsigned code = 99;
     EXPECT_TRUE(r->GetBrowser(&code));
     EXPECT_EQ(code, ROUTVANE_BROWSER_IE);
@@ -82,17 +80,11 @@ TEST_F(RoutvaneTest, TwoResolvesOnOneObjectKeepBothEntries) {
 
 // A buffer with guard bytes on both sides of the part handed out.
 struct Guarded {
-    static const int kGuard = 16;
-    char bytes[kGuard + 64 + kGuard];
-    Guarded() { memset(bytes, '#', sizeof bytes); }
-    char *buffer() { return bytes + kGuard; }
+    std::string bytes = std::string(16 + 64 + 16, '#');
+    char *buffer() { return &bytes[16]; }
     bool guardsIntact(int size) const {
-        const int used = size > 0 ? size : 0;
-        for (int i = 0; i < kGuard; ++i)
-            if (bytes[i] != '#') return false;
-        for (size_t i = kGuard + used; i < sizeof bytes; ++i)
-            if (bytes[i] != '#') return false;
-        return true;
+        return bytes.find_first_not_of('#') >= 16 &&
+               bytes.find_first_not_of('#', 16 + std::max(size, 0)) == std::string::npos;
     }
 };
 
@@ -136,7 +128,8 @@ TEST_F(RoutvaneTest, GetProxyKeepsToItsIndexesAndBuffers) {
 TEST_F(RoutvaneTest, EntriesWithoutHostAndPortReadAsDirect) {
     Resolver r;
     r->ParseProxy(":0");
-    r->ParseProxy(":81");
+    EXPECT_EQ(r->ParseProxy(":81"), 0);
+    EXPECT_EQ(trace_.linesWith(":81 (tid=").size(), 1u) << "the text parsed is traced";
     bool direct = false;
     char host[8] = "x";
     unsigned port = 7;
@@ -149,77 +142,60 @@ TEST_F(RoutvaneTest, EntriesWithoutHostAndPortReadAsDirect) {
     EXPECT_EQ(port, 81u);
 }
 
-TEST_F(RoutvaneTest, OddTargetsAndPortsAreAnswered) {
-    const std::string huge(64 * 1024, 'h');
-    const struct {
-        const char *target;
-        unsigned port;
-    } rows[] = {{nullptr, 80}, {"", 80}, {huge.c_str(), 0xFFFFFFFFu}, {"\xE9\xE8.example", 0}};
-    for (const auto &row : rows) {
-        Resolver r;
-        EXPECT_EQ(r->RoutvaneBrowser(0, row.target, row.port), ROUTVANE_PROXY);
-        EXPECT_EQ(r->GetProxyCount(), 1);
-    }
-}
-
-TEST(DefaultBrowserTest, FollowsTheOpenCommand) {
+// The class .html names, else the one .htm names, and that class's open
+// command.
+TEST(DefaultBrowserTest, FollowsTheAssociationToItsOpenCommand) {
+    const char kClass[] = "RoutvaneTestDocument";
+    const char kClassValue[] = "Couldn't get class value for .html/.htm files";
     const std::string longCommand = "C:\\" + std::string(600, 'n') + "\\iexplore.exe";
+    const std::string longClass(200, 'c');
+    const DWORD number = 5;
+    struct Value {
+        DWORD type;  // REG_NONE: no such key
+        const void *data;
+        DWORD size;
+    };
+    const auto text = [](const char *s) {
+        return Value{REG_SZ, s, static_cast<DWORD>(strlen(s) + 1)};
+    };
+    const Value none{REG_NONE, nullptr, 0}, named = text(kClass);
     const struct {
-        const char *command;  // null: no command key at all
+        Value html, htm;
+        const char *command;  // null: no command key
         unsigned code;
         const char *line;
     } rows[] = {
-        {"C:\\PROGRA~1\\IEXPLORE.EXE -nohome", 0, nullptr},
-        {"C:\\Program Files\\Netscape\\NETSCAPE.EXE", 1, nullptr},
-        {"C:\\other\\browser.exe \"%1\"", 0, "Command is \"C:\\other\\browser.exe \"%1\"\""},
-        {"winebrowser", 0, "Defaulting to IE"},
-        {nullptr, 0, "Couldn't get open command key"},
-        {longCommand.c_str(), 0, "Couldn't get open command value"},
+        {named, none, "C:\\PROGRA~1\\IEXPLORE.EXE -nohome", 0, ""},
+        {named, none, "C:\\Program Files\\Netscape\\NETSCAPE.EXE", 1, ""},
+        {named, none, "C:\\other\\browser.exe \"%1\"", 0, "Command is \"C:\\other\\browser.exe \"%1\"\""},
+        {named, none, "winebrowser", 0, "Defaulting to IE"},
+        {named, none, nullptr, 0, "Couldn't get open command key"},
+        {named, none, longCommand.c_str(), 0, "Couldn't get open command value"},
+        {none, none, "netscape.exe", 0, "Couldn't get class key for .html/.htm files"},
+        {none, named, "netscape.exe", 1, ""},
+        {none, {REG_DWORD, &number, sizeof number}, "netscape.exe", 0, kClassValue},
+        {none, text(longClass.c_str()), "netscape.exe", 0, kClassValue},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.command ? std::string(row.command).substr(0, 40) : "no command key");
+        SCOPED_TRACE("row " + std::to_string(&row - rows));
         TempDir dir;
         ScopedTrace trace(dir.file("t.txt"));
-        ScopedBrowserCommand browser(row.command ? row.command : "");
-        std::unique_ptr<ScopedKeyRemoved> command;
-        if (!row.command)
-            command.reset(new ScopedKeyRemoved(HKEY_CLASSES_ROOT, "RoutvaneTestDocument\\shell\\open\\command"));
+        ScopedKeyRemoved html(HKEY_CLASSES_ROOT, ".html"), htm(HKEY_CLASSES_ROOT, ".htm"),
+            cls(HKEY_CLASSES_ROOT, kClass);
+        std::vector<ScopedRegistryValue> values;
+        for (const auto &[key, value] : {std::pair(".html", row.html), std::pair(".htm", row.htm)})
+            if (value.type != REG_NONE)
+                values.push_back(ScopedRegistryValue::Raw("", value.type, value.data, value.size,
+                                                          HKEY_CLASSES_ROOT, key));
+        if (row.command)
+            values.push_back(ScopedRegistryValue::String(
+                "", row.command, HKEY_CLASSES_ROOT, std::string(kClass) + "\\shell\\open\\command"));
         EXPECT_EQ(GetDefaultBrowser(), row.code);
-        if (row.line) {
+        if (*row.line) {
             EXPECT_EQ(trace.linesWith(row.line).size(), 1u) << row.line;
         }
         EXPECT_EQ(trace.linesWith("Returning " + std::to_string(row.code) + " ").size(), 1u);
     }
-}
-
-TEST(DefaultBrowserAssociationTest, MissingOrBrokenAssociationsDefaultToIE) {
-    TempDir dir;
-    ScopedTrace trace(dir.file("t.txt"));
-    ScopedKeyRemoved html(HKEY_CLASSES_ROOT, ".html");
-    ScopedKeyRemoved htm(HKEY_CLASSES_ROOT, ".htm");
-    EXPECT_EQ(GetDefaultBrowser(), 0u);
-    EXPECT_EQ(trace.linesWith("Couldn't get class key for .html/.htm files").size(), 1u);
-
-    // .htm stands in for a missing .html.
-    ScopedKeyRemoved cls(HKEY_CLASSES_ROOT, "RoutvaneTestDocument");
-    auto htmClass = ScopedRegistryValue::String("", "RoutvaneTestDocument", HKEY_CLASSES_ROOT, ".htm");
-    auto command = ScopedRegistryValue::String("", "netscape.exe", HKEY_CLASSES_ROOT,
-                                               "RoutvaneTestDocument\\shell\\open\\command");
-    EXPECT_EQ(GetDefaultBrowser(), 1u);
-
-    const std::string longClass(200, 'c');
-    const DWORD number = 5;
-    const struct {
-        DWORD type;
-        const void *data;
-        DWORD size;
-    } broken[] = {{REG_DWORD, &number, sizeof number},
-                  {REG_SZ, longClass.c_str(), static_cast<DWORD>(longClass.size() + 1)}};
-    for (const auto &b : broken) {
-        auto value = ScopedRegistryValue::Raw("", b.type, b.data, b.size, HKEY_CLASSES_ROOT, ".htm");
-        EXPECT_EQ(GetDefaultBrowser(), 0u);
-    }
-    EXPECT_EQ(trace.linesWith("Couldn't get class value for .html/.htm files").size(), 2u);
 }
 
 TEST(RegistryDwordTest, OnlyANonZeroDwordCounts) {

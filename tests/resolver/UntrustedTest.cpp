@@ -90,41 +90,6 @@ TEST(RunBounded, TheWorkerRunsUnderTheCallersImpersonationToken) {
     }
 }
 
-// A listener that never accepts, its queue filled: a connection attempt
-// waits for a place that never comes.
-class FullBacklog {
-public:
-    FullBacklog() {
-        WSADATA data;
-        WSAStartup(MAKEWORD(2, 2), &data);
-        listener_ = LoopbackListener(1, port_);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        address.sin_port = htons(port_);
-        for (int i = 0; i < 8; ++i) {
-            SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-            u_long nonBlocking = 1;
-            ioctlsocket(s, FIONBIO, &nonBlocking);
-            connect(s, reinterpret_cast<sockaddr *>(&address), sizeof address);
-            queued_.push_back(s);
-        }
-    }
-    ~FullBacklog() {
-        for (SOCKET s : queued_) closesocket(s);
-        closesocket(listener_);
-        WSACleanup();
-    }
-    std::string url(const std::string &path) const {
-        return "http://127.0.0.1:" + std::to_string(port_) + path;
-    }
-
-private:
-    SOCKET listener_;
-    unsigned short port_ = 0;
-    std::vector<SOCKET> queued_;
-};
-
 // Whether the thread of that id still runs; waits up to ms for it to end.
 bool ThreadRuns(DWORD id, DWORD ms = 0) {
     HANDLE thread = OpenThread(SYNCHRONIZE, FALSE, id);
@@ -149,13 +114,10 @@ protected:
     };
     Resolve Run(const std::string &url) {
         wininet_.autoConfigUrl = url.c_str();
-        Routvane *r = new Routvane();
-        r->AddRef();
+        Resolver r;
         const DWORD start = GetTickCount();
         const unsigned status = r->RoutvaneBrowser(0, "www.example.com", 80);
-        Resolve out{status, Entries(*r), GetTickCount() - start};
-        r->Release();
-        return out;
+        return Resolve{status, Entries(*r.r), GetTickCount() - start};
     }
     // A fresh trace file, so that a row sees its own lines only.
     void StartTrace(const std::string &name) {
@@ -185,62 +147,47 @@ const std::string kProxyScript = Returning("\"PROXY pac.example:3128\"");
 const HttpResponse kProxyAnswer = HttpResponse::Text(kProxyScript);
 
 TEST_F(UntrustedTest, HostileServersAreLeftAtTheirBound) {
-    const std::string big(6 * 1024 * 1024 - kProxyScript.size(), '/');
+    // The function named in the last line only: every chunk of the download counts.
+    const std::string big(6 * 1024 * 1024 - kProxyScript.size() - 1, '/');
     const std::string stalled = "Download stalled: no progress within WPADConnectTimeout (1000 ms)";
+    const std::string answered = "FindProxyForURL returned:  PROXY pac.example:3128";
     const struct {
         const char *name;
-        HttpResponse response;  // unused for the full backlog
-        DWORD connect, total, maxSize;  // registry values; maxSize 0: absent
+        HttpResponse response;
+        DWORD total, maxSize;  // registry values; maxSize 0: absent
         unsigned status;
         std::string line;
         DWORD boundMs;  // 0: no bound checked, the call ends by itself
     } rows[] = {
-        {"stalls after the headers", kProxyAnswer.stoppingAfter(0, 60000), 1, 60, 0, 2, stalled,
-         1000},
-        {"stalls mid-body", kProxyAnswer.stoppingAfter(kProxyScript.size() / 2, 60000), 1, 60, 0,
-         2, stalled, 1000},
-        {"accepts and never answers", kProxyAnswer.delayedBy(60000), 1, 60, 0, 2, stalled, 1000},
-        // WinINet hands back nothing until its buffer is full: as the
-        // caller sees it, a drip is a stall.
-        {"drips a byte every 2 s", kProxyAnswer.dripping(2000), 1, 60, 0, 2, stalled, 1000},
+        // A server that never answers is the worker cap's test; a drip is a
+        // stall, WinINet handing back nothing until its buffer is full.
+        {"stalls after the headers", kProxyAnswer.stoppingAfter(0, 60000), 60, 0, 2, stalled, 1000},
         {"sends 4 KiB every 0.5 s",
-         HttpResponse::Text(kProxyScript + std::string(256 * 1024, '/')).dripping(500, 4096), 1,
-         2, 0, 2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
-        {"full backlog", HttpResponse(), 1, 60, 0, 2, stalled, 1000},
+         HttpResponse::Text(kProxyScript + std::string(256 * 1024, '/')).dripping(500, 4096), 2, 0,
+         2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
         {"endless body without length",
          HttpResponse::Text(kProxyScript + std::string(1024 * 1024, '/'))
              .announcing(HttpResponse::kNoLength)
              .stoppingAfter(SIZE_MAX, 60000),
-         1, 60, 65536, 2, "Download exceeds WPADMaxScriptSize (65536 bytes)", 0},
-        {"script of exactly the limit", HttpResponse::Text(kProxyScript), 1, 60,
-         static_cast<DWORD>(kProxyScript.size()), 0, "FindProxyForURL returned:  ", 0},
-        {"6 MiB script under the default limit", HttpResponse::Text(kProxyScript + big), 1, 60,
-         0, 0, "FindProxyForURL returned:  ", 0},
+         60, 65536, 2, "Download exceeds WPADMaxScriptSize (65536 bytes)", 0},
+        {"script of exactly the limit", HttpResponse::Text(kProxyScript), 60,
+         static_cast<DWORD>(kProxyScript.size()), 0, answered, 0},
+        {"6 MiB script under the default limit", HttpResponse::Text(big + "\n" + kProxyScript), 60,
+         0, 0, answered, 0},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         StartTrace(row.name);
-        auto connect = ScopedRegistryValue::Dword("WPADConnectTimeout", row.connect);
         auto total = ScopedRegistryValue::Dword("WPADDownloadTimeout", row.total);
         auto size = row.maxSize ? ScopedRegistryValue::Dword("WPADMaxScriptSize", row.maxSize)
                                 : ScopedRegistryValue::Absent("WPADMaxScriptSize");
-        Resolve got;
-        if (std::string(row.name) == "full backlog") {
-            FullBacklog backlog;
-            got = Run(backlog.url("/proxy.pac"));
-        } else {
-            LoopbackHttpServer server;
-            server.serve("/proxy.pac", row.response);
-            got = Run(server.url("/proxy.pac"));
-        }
+        LoopbackHttpServer server;
+        server.serve("/proxy.pac", row.response);
+        const Resolve got = Run(server.url("/proxy.pac"));
         EXPECT_EQ(got.status, row.status);
         EXPECT_EQ(got.entries, row.status == 0 ? std::vector<Entry>{Proxy("pac.example", 3128)}
                                                : std::vector<Entry>());
-        const auto lines = Messages(row.line);
-        EXPECT_EQ(lines.size(), 1u) << row.line;
-        if (!lines.empty() && row.line.back() != ' ') {
-            EXPECT_EQ(lines[0], row.line);
-        }
+        EXPECT_EQ(Messages(row.line), std::vector<std::string>{row.line});
         EXPECT_EQ(Messages("Download runs on worker thread ").size(), 1u);
         if (row.boundMs > 0) {
             EXPECT_GE(got.ms + 20, row.boundMs);
@@ -290,9 +237,9 @@ TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
 }
 
 // The library as a client loads it, Navigator the default browser and its
-// preferences naming the script: the answer read back through the
-// interface; a script answering nothing hands over to the WinINet settings
-// (Wine's own). A worker keeps the library loaded after the client's
+// preferences naming the script; a script answering nothing hands over to
+// the WinINet settings (Wine's own). The entries themselves are the
+// Navigator tests'. A worker keeps the library loaded after the client's
 // FreeLibrary, and it goes when the worker ends: an abandoned one when its
 // server lets go, an idle one when no further job comes.
 TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorkerEnds) {
@@ -317,14 +264,12 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
         const char *name;
         HttpResponse response;
         unsigned status, browser;
-        std::vector<Entry> entries;
+        long long entries;
         HRESULT canUnload;  // once the client let go of its objects
     } rows[] = {
-        {"abandoned", kProxyAnswer.delayedBy(60000), 2,
-         ROUTVANE_BROWSER_NETSCAPE, {}, S_FALSE},
-        {"idle", HttpResponse::Text(answering), 0, ROUTVANE_BROWSER_NETSCAPE,
-         {Proxy("first.example", 1111), Proxy("second.example", 2222), kDirect}, S_OK},
-        {"answers nothing", HttpResponse::Text(Returning("\"\"")), 1, ROUTVANE_BROWSER_IE, {}, S_OK},
+        {"abandoned", kProxyAnswer.delayedBy(60000), 2, ROUTVANE_BROWSER_NETSCAPE, 0, S_FALSE},
+        {"idle", HttpResponse::Text(answering), 0, ROUTVANE_BROWSER_NETSCAPE, 3, S_OK},
+        {"answers nothing", HttpResponse::Text(Returning("\"\"")), 1, ROUTVANE_BROWSER_IE, 0, S_OK},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
@@ -353,22 +298,7 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
         unsigned browserCode = 99;
         EXPECT_TRUE(resolver->GetBrowser(&browserCode));
         EXPECT_EQ(browserCode, row.browser);
-        std::vector<Entry> entries;
-        for (int i = 0; i < resolver->GetProxyCount() && i < 8; ++i) {
-            bool direct = i < 2;  // the opposite of the answer
-            char host[64] = "untouched";
-            unsigned port = 99;
-            EXPECT_TRUE(resolver->GetProxy(i, &direct, host, sizeof host, &port));
-            entries.push_back(Entry{direct ? PROXY_ENTRY_DIRECT : PROXY_ENTRY_PROXY, host, port});
-        }
-        EXPECT_EQ(entries, row.entries);
-        if (row.status != 2) {
-            char buffer[4096] = {};
-            EXPECT_TRUE(resolver->GetAutoConfigURL(buffer, sizeof buffer));
-            EXPECT_EQ(std::string(buffer), server->url("/proxy.pac"));
-            EXPECT_TRUE(resolver->GetAutoConfigScript(buffer, sizeof buffer));
-            EXPECT_EQ(std::string(buffer), row.response.body);
-        }
+        EXPECT_EQ(resolver->GetProxyCount(), row.entries);
         resolver->Release();
         // The download's worker and the script's, which may be one thread
         // or two; one that ended already cannot be opened.
@@ -390,30 +320,19 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
     }
 }
 
-// Last: the endless script's worker never ends.
-TEST_F(UntrustedTest, HostileScriptsAreAnsweredOrLeftAtTheirBound) {
+// Last: the endless script's worker never ends. Which objects a script may
+// create is the script host's own test.
+TEST_F(UntrustedTest, HostileScriptsAreLeftAtTheirBound) {
     const std::string timedOut =
         "Script timed out: PACScriptTimeout (2000 ms) passed; InterruptScriptThread:  80004001";
-    const std::string create = "new ActiveXObject('WScript.Shell').Run('cmd /c exit')";
     const long objects = ModuleObjectCount();
     const struct {
         const char *name;
         std::string script;
-        unsigned status;
-        std::vector<Entry> entries;
-        std::string line;
-        bool bounded;
     } rows[] = {
-        {"catches the refused object",
-         Returning("(function () { try { " + create + "; return 'DIRECT'; } catch (e) {"
-                   " return 'PROXY caught:1'; } })()"),
-         0, {Proxy("caught", 1)}, "FindProxyForURL returned:  PROXY caught:1", false},
-        {"does not catch it", Returning(create + ", 'DIRECT'"), 0, {}, "host.ExecuteSSS failed:  ",
-         false},
         {"busy for 4 s", Returning("(function () { var end = new Date().getTime() + 4000;"
-                                   " while (new Date().getTime() < end) {} return 'DIRECT'; })()"),
-         2, {}, timedOut, true},
-        {"never returns", Returning("(function () { for (;;) {} })()"), 2, {}, timedOut, true},
+                                   " while (new Date().getTime() < end) {} return 'DIRECT'; })()")},
+        {"never returns", Returning("(function () { for (;;) {} })()")},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
@@ -421,20 +340,14 @@ TEST_F(UntrustedTest, HostileScriptsAreAnsweredOrLeftAtTheirBound) {
         LoopbackHttpServer server;
         server.serve("/proxy.pac", HttpResponse::Text(row.script));
         const Resolve got = Run(server.url("/proxy.pac"));
-        EXPECT_EQ(got.status, row.status);
-        EXPECT_EQ(got.entries, row.entries);
-        const auto lines = Messages(row.line);
-        ASSERT_EQ(lines.size(), 1u) << row.line;
-        if (row.line.back() != ' ') {
-            EXPECT_EQ(lines[0], row.line);
-        }
+        EXPECT_EQ(got.status, 2u);
+        EXPECT_EQ(got.entries, std::vector<Entry>());
+        EXPECT_EQ(Messages(timedOut), std::vector<std::string>{timedOut});
         EXPECT_EQ(Messages("Script runs on worker thread ").size(), 1u);
-        if (row.bounded) {
-            EXPECT_GE(got.ms + 20, 2000u);
-            EXPECT_LE(got.ms, 2000 + kMarginMs);
-        }
+        EXPECT_GE(got.ms + 20, 2000u);
+        EXPECT_LE(got.ms, 2000 + kMarginMs);
         printf("  %-40s %5lu ms\n", row.name, static_cast<unsigned long>(got.ms));
-        if (std::string(row.name) == "busy for 4 s") {
+        if (&row == rows) {
             // Abandoned, it still ends by itself and gives back what it held.
             EXPECT_TRUE(WaitForAbandonedWorkers(10000));
             EXPECT_EQ(ModuleObjectCount(), objects);

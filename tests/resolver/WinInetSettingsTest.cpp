@@ -84,12 +84,6 @@ TEST_P(DecisionTest, WalksTheSourcesInTheirFixedOrder) {
     for (const std::string &text : c.absent) EXPECT_TRUE(trace.linesWith(text).empty()) << text;
 }
 
-WinInetSnapshot VersionUnknown() {
-    WinInetSnapshot s = PerConnection(kProxy, "p:9");
-    s.versionKnown = false;
-    return s;
-}
-
 const char kPac[] = "http://pac/proxy.pac";
 
 // clang-format off
@@ -127,7 +121,8 @@ INSTANTIATE_TEST_SUITE_P(Table, DecisionTest, testing::Values(
     DecisionCase{"per_connection_query_failed", Unanswered(PerConnection(kProxy, "p:1")),
         "x", 80, 2, 2, 2, {}, {},
         {"InternetQueryOption(INTERNET_OPTION_PER_CONNECTION_OPTION) failed:  12009 "}, {}},
-    DecisionCase{"version_unknown_is_per_connection", VersionUnknown(),
+    DecisionCase{"version_unknown_is_per_connection",
+        [] { WinInetSnapshot s = PerConnection(kProxy, "p:9"); s.versionKnown = false; return s; }(),
         "x", 80, 2, 2, 0, {Proxy("p", 9)}, {}, {}, {"INTERNET_OPTION_VERSION is"}},
     DecisionCase{"wininet_absent_goes_direct_silently",
         [] { WinInetSnapshot s; s.present = false; return s; }(),
