@@ -27,7 +27,10 @@ void TakeRow(const MIB_IFROW &from, MIB_IFROW *to, size_t size) {
     std::memcpy(to, &from, size < sizeof from ? size : sizeof from);
 }
 
-uint32_t Loopback() { return inet_addr("127.0.0.1"); }
+// 127.0.0.1 as IP Helper and Windows Sockets hold it: network byte order,
+// read as a number on this little-endian platform. A constant, so that the
+// choices that compare with it ask nothing of the platform.
+const uint32_t kLoopback = 0x0100007F;
 
 const DWORD kIfTypeEthernet = 6;
 const DWORD kIfTypeTokenRing = 9;
@@ -105,7 +108,7 @@ bool ChooseRouteInterface(const RouteFacts &route, const MIB_IPADDRROW *rows, DW
     }
     // A route through the loopback interface says nothing about the network
     // a DHCP server could be on; the scan decides then.
-    return address != 0 && address != Loopback();
+    return address != 0 && address != kLoopback;
 }
 
 bool GetInterfaceUsingBestRoute(const MIB_IPADDRTABLE *table, uint32_t destination,
@@ -362,7 +365,6 @@ bool GetNetworkInfoFromHostName(DHCPPacket &packet) {
 
 bool GetNetworkInfo(DHCPPacket &packet, bool force, uint32_t destination) {
     tracefunc tf(__LINE__, "dhcp", "GetNetworkInfo");
-    const uint32_t loopback = Loopback();
     MIB_IFROW row;
     std::memset(&row, 0, sizeof row);
     uint32_t address = 0;
@@ -388,7 +390,7 @@ bool GetNetworkInfo(DHCPPacket &packet, bool force, uint32_t destination) {
     // configure; force sends the query regardless.
     if (!force && !dhcpEnabled) return false;
 
-    if (address != 0 && address != loopback) {
+    if (address != 0 && address != kLoopback) {
         packet.hlen = static_cast<uint8_t>(row.dwPhysAddrLen);
         // chaddr takes up to 16 bytes, but the row holds only 8.
         size_t length = row.dwPhysAddrLen;
