@@ -64,12 +64,19 @@ WorkerThread *g_idle = nullptr;
 // Under the lock, so that a worker whose wait ends at the same moment
 // finds the job already there.
 DWORD HandToIdleWorker(const std::shared_ptr<WorkerState> &job) {
-    std::lock_guard<std::mutex> lock(g_idleMutex);
-    WorkerThread *idle = std::exchange(g_idle, nullptr);
-    if (!idle) return 0;
-    idle->next = job;
+    WorkerThread *idle = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(g_idleMutex);
+        idle = std::exchange(g_idle, nullptr);
+        if (!idle) return 0;
+        idle->next = job;
+    }
+    // Woken outside the lock: the worker takes it first thing, and would
+    // otherwise find it still held and sleep a second time. The worker does
+    // not go on before this wake-up (NextJob), so it is still there.
+    const DWORD id = idle->id;
     SetEvent(idle->wake.get());
-    return idle->id;
+    return id;
 }
 
 // The caller's impersonation token, opened for the worker; null when the
@@ -122,13 +129,18 @@ bool ServeJob(WorkerThread &self, const std::shared_ptr<WorkerState> &state) {
 // Waits kLingerMs for a job handed to this offered worker; the job, or null
 // when none came and the worker is no longer offered.
 std::shared_ptr<WorkerState> NextJob(WorkerThread &self) {
-    WaitForSingleObject(self.wake.get(), kLingerMs);
-    std::lock_guard<std::mutex> lock(g_idleMutex);
-    if (g_idle == &self) {
-        g_idle = nullptr;
-        return nullptr;
+    const bool woken = WaitForSingleObject(self.wake.get(), kLingerMs) == WAIT_OBJECT_0;
+    {
+        std::lock_guard<std::mutex> lock(g_idleMutex);
+        if (g_idle == &self) {
+            g_idle = nullptr;
+            return nullptr;
+        }
     }
-    // Taken, possibly just as the wait ended: the job is there either way.
+    // Taken, possibly just as the wait ended: the job is there either way,
+    // and the wake-up follows at once. It is waited for, so that the caller
+    // never signals a worker that has gone.
+    if (!woken) WaitForSingleObject(self.wake.get(), INFINITE);
     return std::move(self.next);
 }
 
