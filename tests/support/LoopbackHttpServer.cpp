@@ -4,6 +4,10 @@
 
 #include <algorithm>
 
+namespace {
+
+// A socket listening on 127.0.0.1 at a port the system chose (port), or
+// INVALID_SOCKET.
 SOCKET LoopbackListener(int backlog, unsigned short &port) {
     SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     if (s == INVALID_SOCKET) return s;
@@ -21,8 +25,6 @@ SOCKET LoopbackListener(int backlog, unsigned short &port) {
     port = ntohs(address.sin_port);
     return s;
 }
-
-namespace {
 
 // Sends all of data unless the peer goes; false when it went.
 bool SendAll(SOCKET s, const char *data, size_t size) {
@@ -90,12 +92,7 @@ HttpResponse LoopbackHttpServer::lookup(const std::string &target) const {
     std::lock_guard<std::mutex> lock(mutex_);
     const auto found = routes_.find(target);
     if (found != routes_.end()) return found->second;
-    HttpResponse missing;
-    missing.status = 404;
-    missing.reason = "Not Found";
-    missing.contentType = "text/html";
-    missing.body = "<html><body><h1>404 Not Found</h1></body></html>";
-    return missing;
+    return {404, "Not Found", "text/html", "<html><body><h1>404 Not Found</h1></body></html>"};
 }
 
 namespace {
@@ -172,14 +169,11 @@ void LoopbackHttpServer::handle(SOCKET client) {
             reply += "Content-Length: " + std::to_string(r.announcedLength) + "\r\n";
         reply += "Connection: close\r\n\r\n";
         const size_t bodyBytes = std::min(r.sendLimit, r.body.size());
+        const size_t piece = r.dripMs ? r.dripBytes : SIZE_MAX;  // undripped: all at once
         bool sent = SendAll(client, reply.data(), reply.size());
-        if (r.dripMs == 0) {
-            sent = sent && SendAll(client, r.body.data(), bodyBytes);
-        } else {
-            for (size_t i = 0; sent && i < bodyBytes; i += r.dripBytes)
-                sent = WaitForSingleObject(stop_, r.dripMs) == WAIT_TIMEOUT &&
-                       SendAll(client, r.body.data() + i, std::min(r.dripBytes, bodyBytes - i));
-        }
+        for (size_t i = 0; sent && i < bodyBytes; i += piece)
+            sent = WaitForSingleObject(stop_, r.dripMs) == WAIT_TIMEOUT &&
+                   SendAll(client, r.body.data() + i, std::min(piece, bodyBytes - i));
         if (sent && r.holdMs > 0) WaitForSingleObject(stop_, r.holdMs);
     }
     shutdown(client, SD_SEND);

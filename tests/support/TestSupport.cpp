@@ -185,15 +185,10 @@ void WriteFileText(const std::string &path, const std::string &text) {
     out << text;
 }
 
-ScopedTrace::ScopedTrace(const std::string &path, const std::string &level,
-                         const std::string &filter)
-    : path_(path) {
+ScopedTrace::ScopedTrace(const std::string &path, const std::string &filter) : path_(path) {
     const std::string exe = ZelExecutableName();
     values_.push_back(ScopedRegistryValue::String("Debug-" + exe, path));
-    if (level.empty())
-        values_.push_back(ScopedRegistryValue::Absent("DebugLevel-" + exe));
-    else
-        values_.push_back(ScopedRegistryValue::String("DebugLevel-" + exe, level));
+    values_.push_back(ScopedRegistryValue::Absent("DebugLevel-" + exe));
     if (filter.empty())
         values_.push_back(ScopedRegistryValue::Absent("DebugFilter-" + exe));
     else

@@ -107,12 +107,11 @@ std::vector<std::string> ReadLines(const std::string &path);
 bool FileExists(const std::string &path);
 void WriteFileText(const std::string &path, const std::string &text);
 
-// Points this program's trace file at path (with an optional level word and
+// Points this program's trace file at path (every level, with an optional
 // filter) and reloads tracing; stops tracing again when it goes.
 class ScopedTrace {
 public:
-    explicit ScopedTrace(const std::string &path, const std::string &level = "",
-                         const std::string &filter = "");
+    explicit ScopedTrace(const std::string &path, const std::string &filter = "");
     ~ScopedTrace();
     ScopedTrace(const ScopedTrace &) = delete;
     ScopedTrace &operator=(const ScopedTrace &) = delete;
