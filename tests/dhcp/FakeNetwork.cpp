@@ -87,9 +87,7 @@ UCHAR FakeNetbios(NCB *ncb) {
 
 BOOL FakeGetVersionExA(OSVERSIONINFOA *info) {
     if (SetFailure("GetVersionExA") || info->dwOSVersionInfoSize < sizeof *info) return FALSE;
-    info->dwMajorVersion = 4;
-    info->dwMinorVersion = 0;
-    info->dwPlatformId = VER_PLATFORM_WIN32_NT;
+    *info = {sizeof *info, 4, 0, 0, VER_PLATFORM_WIN32_NT, {}};
     return TRUE;
 }
 

@@ -11,10 +11,8 @@ namespace {
 SOCKET LoopbackListener(int backlog, unsigned short &port) {
     SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     if (s == INVALID_SOCKET) return s;
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
+    sockaddr_in address = {AF_INET, 0, {}, {}};  // port 0: the system chooses
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
     int length = sizeof address;
     if (bind(s, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
         listen(s, backlog) != 0 ||

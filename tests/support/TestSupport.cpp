@@ -222,27 +222,8 @@ long FakeClock::localOffsetSeconds = 0;
 DWORD FakeClock::tick = 0;
 WORD FakeClock::milliseconds = 0;
 
-namespace {
-
-// The C library's UTC breakdown, which asks nothing of the time-zone
-// settings: a fake local time is UTC moved by a fixed offset.
-bool BreakDown(time_t t, struct tm *out) {
-    const struct tm *p = ::gmtime(&t);
-    if (!p) return false;
-    *out = *p;
-    return true;
-}
-
-}  // namespace
-
 time_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
-    struct tm tm = {};
-    tm.tm_year = year - 1900;
-    tm.tm_mon = month - 1;
-    tm.tm_mday = day;
-    tm.tm_hour = hour;
-    tm.tm_min = minute;
-    tm.tm_sec = second;
+    struct tm tm = {second, minute, hour, day, month - 1, year - 1900, 0, 0, 0};
     return _mkgmtime(&tm);
 }
 
@@ -254,9 +235,11 @@ void FakeClock::Install(ScopedClock &clock, time_t start) {
         if (out) *out = now;
         return now;
     };
-    clock->gmtime = [](time_t t, struct tm *out) { return BreakDown(t, out); };
+    // The UTC breakdown asks nothing of the time-zone settings: a fake local
+    // time is UTC moved by a fixed offset.
+    clock->gmtime = RealClock().gmtime;
     clock->localtime = [](time_t t, struct tm *out) {
-        return BreakDown(t + localOffsetSeconds, out);
+        return RealClock().gmtime(t + localOffsetSeconds, out);
     };
     clock->GetSystemTime = [](SYSTEMTIME *out) {
         // Seconds since 1970 as 100-nanosecond units since 1601.

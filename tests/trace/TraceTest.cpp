@@ -250,10 +250,7 @@ TEST(Lines, NothingHappensWithoutTheManagers) {
 // ------------------------------------------------------------- the file
 
 TEST(File, RolledNames) {
-    struct tm day = {};
-    day.tm_year = 116;
-    day.tm_mon = 4;
-    day.tm_mday = 3;
+    struct tm day = {0, 0, 0, 3, 4, 116, 0, 0, 0};  // 3 May 2016
     const struct {
         const char *path;
         const char *rolled;
