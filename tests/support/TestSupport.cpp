@@ -9,17 +9,16 @@
 
 ScopedRegistryValue::ScopedRegistryValue(HKEY root, std::string key, std::string name)
     : root_(root), key_(std::move(key)), name_(std::move(name)) {
+    // An empty name is the key's default value.
     HKEY k = nullptr;
-    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &k) == ERROR_SUCCESS) {
-        DWORD size = 0;
-        if (RegQueryValueExA(k, name_.empty() ? nullptr : name_.c_str(), nullptr, &oldType_,
-                             nullptr, &size) == ERROR_SUCCESS) {
-            old_.resize(size);
-            had_ = RegQueryValueExA(k, name_.empty() ? nullptr : name_.c_str(), nullptr, &oldType_,
-                                    old_.data(), &size) == ERROR_SUCCESS;
-        }
-        RegCloseKey(k);
+    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return;
+    DWORD size = 0;
+    if (RegQueryValueExA(k, name_.c_str(), nullptr, &oldType_, nullptr, &size) == ERROR_SUCCESS) {
+        old_.resize(size);
+        had_ = RegQueryValueExA(k, name_.c_str(), nullptr, &oldType_, old_.data(), &size) ==
+               ERROR_SUCCESS;
     }
+    RegCloseKey(k);
 }
 
 ScopedRegistryValue::ScopedRegistryValue(ScopedRegistryValue &&other) noexcept
@@ -33,17 +32,12 @@ ScopedRegistryValue::ScopedRegistryValue(ScopedRegistryValue &&other) noexcept
     other.active_ = false;
 }
 
+// Setting a value makes its key when missing.
 void ScopedRegistryValue::set(DWORD type, const void *data, DWORD size) {
-    HKEY k = nullptr;
-    if (RegCreateKeyExA(root_, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k,
-                        nullptr) != ERROR_SUCCESS)
-        return;
-    const char *name = name_.empty() ? nullptr : name_.c_str();
     if (data)
-        RegSetValueExA(k, name, 0, type, static_cast<const BYTE *>(data), size);
+        RegSetKeyValueA(root_, key_.c_str(), name_.c_str(), type, data, size);
     else
-        RegDeleteValueA(k, name);
-    RegCloseKey(k);
+        RegDeleteKeyValueA(root_, key_.c_str(), name_.c_str());
 }
 
 ScopedRegistryValue::~ScopedRegistryValue() {
@@ -54,27 +48,10 @@ ScopedRegistryValue::~ScopedRegistryValue() {
         set(0, nullptr, 0);
 }
 
-ScopedRegistryValue ScopedRegistryValue::String(const std::string &name, const std::string &value,
-                                                HKEY root, const std::string &key) {
-    return Raw(name, REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1), root, key);
-}
-
-ScopedRegistryValue ScopedRegistryValue::Dword(const std::string &name, DWORD value, HKEY root,
-                                               const std::string &key) {
-    return Raw(name, REG_DWORD, &value, sizeof value, root, key);
-}
-
 ScopedRegistryValue ScopedRegistryValue::Raw(const std::string &name, DWORD type, const void *data,
                                              DWORD size, HKEY root, const std::string &key) {
     ScopedRegistryValue v(root, key, name);
     v.set(type, data, size);
-    return v;
-}
-
-ScopedRegistryValue ScopedRegistryValue::Absent(const std::string &name, HKEY root,
-                                                const std::string &key) {
-    ScopedRegistryValue v(root, key, name);
-    v.set(0, nullptr, 0);
     return v;
 }
 
