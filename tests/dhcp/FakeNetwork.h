@@ -16,8 +16,6 @@
 struct FakeNetwork {
     FakeNetwork();
     ~FakeNetwork();
-    FakeNetwork(const FakeNetwork &) = delete;
-    FakeNetwork &operator=(const FakeNetwork &) = delete;
 
     bool dhcpEnabled = true;
 

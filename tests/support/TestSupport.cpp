@@ -1,6 +1,5 @@
 #include "TestSupport.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -41,11 +40,7 @@ void ScopedRegistryValue::set(DWORD type, const void *data, DWORD size) {
 }
 
 ScopedRegistryValue::~ScopedRegistryValue() {
-    if (!active_) return;
-    if (had_)
-        set(oldType_, old_.data(), static_cast<DWORD>(old_.size()));
-    else
-        set(0, nullptr, 0);
+    if (active_) set(oldType_, had_ ? old_.data() : nullptr, static_cast<DWORD>(old_.size()));
 }
 
 ScopedRegistryValue ScopedRegistryValue::Raw(const std::string &name, DWORD type, const void *data,
@@ -110,14 +105,10 @@ TempDir::TempDir() {
     char base[MAX_PATH + 1];
     GetTempPathA(MAX_PATH, base);
     static unsigned counter = 0;
-    for (;;) {
-        char name[MAX_PATH + 64];
-        snprintf(name, sizeof name, "%srvtest-%lu-%u", base, GetCurrentProcessId(), ++counter);
-        if (CreateDirectoryA(name, nullptr)) {
-            path_ = name;
-            break;
-        }
-    }
+    do {
+        path_ = std::string(base) + "rvtest-" + std::to_string(GetCurrentProcessId()) + "-" +
+                std::to_string(++counter);
+    } while (!CreateDirectoryA(path_.c_str(), nullptr));
 }
 
 TempDir::~TempDir() { RemoveTree(path_); }
@@ -166,10 +157,8 @@ ScopedTrace::ScopedTrace(const std::string &path, const std::string &filter) : p
     const std::string exe = ZelExecutableName();
     values_.push_back(ScopedRegistryValue::String("Debug-" + exe, path));
     values_.push_back(ScopedRegistryValue::Absent("DebugLevel-" + exe));
-    if (filter.empty())
-        values_.push_back(ScopedRegistryValue::Absent("DebugFilter-" + exe));
-    else
-        values_.push_back(ScopedRegistryValue::String("DebugFilter-" + exe, filter));
+    values_.push_back(filter.empty() ? ScopedRegistryValue::Absent("DebugFilter-" + exe)
+                                     : ScopedRegistryValue::String("DebugFilter-" + exe, filter));
     ZelTraceReload();
 }
 
