@@ -226,9 +226,8 @@ std::string Field(const std::string &line, int index) {
         if (tab == std::string::npos) return std::string();
         start = tab + 1;
     }
-    if (index == 3) return line.substr(start);
-    const size_t end = line.find('\t', start);
-    return line.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    if (index == 3) return line.substr(start);  // the text, which may hold tabs
+    return line.substr(start, line.find('\t', start) - start);  // no tab: to the end
 }
 
 }  // namespace
