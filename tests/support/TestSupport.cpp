@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "trace/ZelTraceManager.h"
 
@@ -24,12 +25,10 @@ ScopedRegistryValue::ScopedRegistryValue(ScopedRegistryValue &&other) noexcept
     : root_(other.root_),
       key_(std::move(other.key_)),
       name_(std::move(other.name_)),
-      active_(other.active_),
+      active_(std::exchange(other.active_, false)),
       had_(other.had_),
       oldType_(other.oldType_),
-      old_(std::move(other.old_)) {
-    other.active_ = false;
-}
+      old_(std::move(other.old_)) {}
 
 // Setting a value makes its key when missing.
 void ScopedRegistryValue::set(DWORD type, const void *data, DWORD size) {
