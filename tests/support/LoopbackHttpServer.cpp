@@ -142,12 +142,10 @@ void LoopbackHttpServer::handle(SOCKET client) {
         if (got <= 0) break;
         head.append(buffer, static_cast<size_t>(got));
     }
-    std::string target;
-    const size_t space = head.find(' ');
-    if (space != std::string::npos) {
-        const size_t end = head.find(' ', space + 1);
-        if (end != std::string::npos) target = head.substr(space + 1, end - space - 1);
-    }
+    // The request target between the first two blanks (npos + 1 is 0: no blank, no target).
+    const size_t space = head.find(' '), end = head.find(' ', space + 1);
+    const std::string target =
+        end == std::string::npos ? std::string() : head.substr(space + 1, end - space - 1);
     if (target.empty()) {
         ++silentConnections_;
     } else {

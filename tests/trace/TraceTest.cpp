@@ -185,8 +185,7 @@ TEST_F(TraceFile, CarryTheExactPrefixAndTellTheScope) {
     EXPECT_THAT(LineText(lines[4]), StartsWith("High[ 0x0 ] (File:78):  Entered"));
     EXPECT_THAT(LineText(lines[6]), StartsWith("Fn[ 0x56789ABC ] (File:77): Exited (delta = 0ms)"));
     // Text mode: every line ends in a carriage return and a line feed.
-    const std::string raw = ReadFileText(trace.path());
-    EXPECT_EQ(raw.substr(raw.size() - 2), "\r\n");
+    EXPECT_THAT(ReadFileText(trace.path()), testing::EndsWith("\r\n"));
 }
 
 TEST_F(TraceFile, TwoThreadsWriteOnlyWholeLines) {
