@@ -49,10 +49,10 @@ void CheckRuns(const std::vector<RunRow> &rows) {
 
 const std::string kTool = Beside("routvane.exe");
 
-// A Windows path as a JSON string holds it: each backslash doubled.
-std::string JsonPath(const std::string &path) {
+// A text as a JSON string holds it: each backslash and quote escaped.
+std::string Json(const std::string &text) {
     std::string out;
-    for (const char c : path) out += c == '\\' ? std::string("\\\\") : std::string(1, c);
+    for (const char c : text) out += (c == '\\' || c == '"' ? "\\" : "") + std::string(1, c);
     return out;
 }
 
@@ -225,10 +225,10 @@ TEST(ScriptFileTest, TargetsAndBadFiles) {
         {"HOST PORT next to HOST:PORT; direct over proxy", kTool,
          "--pac-file \"" + script + "\" --json intranet 8080 www.example.com", 1,
          "{\"target\":\"intranet:8080\",\"status\":1,\"browser\":null,\"entries\":[],"
-         "\"autoConfigURL\":\"" + JsonPath(script) + "\"}\r\n"
+         "\"autoConfigURL\":\"" + Json(script) + "\"}\r\n"
          "{\"target\":\"www.example.com:80\",\"status\":0,\"browser\":null,\"entries\":[{"
          "\"direct\":false,\"host\":\"q.example\",\"port\":80},{\"direct\":true,\"host\":\"\","
-         "\"port\":0}],\"autoConfigURL\":\"" + JsonPath(script) + "\"}\r\n", ""},
+         "\"port\":0}],\"autoConfigURL\":\"" + Json(script) + "\"}\r\n", ""},
         unusable(missing, "no such file"),
         unusable(dir.path(), "a directory, not a script file"),
         unusable(empty, "the file is empty"),
@@ -282,12 +282,10 @@ TEST(ScriptFileTest, LintReportsWhatHappened) {
     std::string json = "{\"target\":\"www.example.com:443\",\"status\":0,\"browser\":null,"
                        "\"entries\":[{\"direct\":false,\"host\":\"p.example\",\"port\":3128},"
                        "{\"direct\":true,\"host\":\"\",\"port\":0}],\"autoConfigURL\":\"" +
-                       JsonPath(script) + "\",\"notes\":[";
+                       Json(script) + "\",\"notes\":[";
     for (const std::string &note : notes) {
         text += "  lint: " + note + "\r\n";
-        std::string quoted;
-        for (const char c : note) quoted += c == '"' ? std::string("\\\"") : std::string(1, c);
-        json += (json.back() == '[' ? "\"" : ",\"") + quoted + "\"";
+        json += (json.back() == '[' ? "\"" : ",\"") + Json(note) + "\"";
     }
     const std::string file = "--pac-file \"" + script + "\" ";
     CheckRuns({

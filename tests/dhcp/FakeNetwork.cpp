@@ -5,6 +5,7 @@
 namespace {
 
 FakeNetwork *g_net = nullptr;
+const BYTE kMac[] = {0, 0x16, 0x3e, 0x10, 0x20, 4, 7, 8};  // the card's and its adapter's
 
 DWORD Fails(const std::string &call) { return g_net->failing == call ? g_net->error : 0; }
 
@@ -48,8 +49,8 @@ DWORD FakeGetIfEntry(MIB_IFROW *row) {
     const bool card = row->dwIndex == 4;
     if (!card && row->dwIndex != 1) return ERROR_INVALID_PARAMETER;
     row->dwType = card ? 6 : 24;
-    row->dwPhysAddrLen = card ? static_cast<DWORD>(g_net->mac.size()) : 0;
-    std::memcpy(row->bPhysAddr, g_net->mac.data(), row->dwPhysAddrLen);
+    row->dwPhysAddrLen = card ? sizeof kMac : 0;
+    std::memcpy(row->bPhysAddr, kMac, row->dwPhysAddrLen);
     row->dwDescrLen = 5;
     std::memcpy(row->bDescr, card ? "card" : "loop", 5);
     return Fails("GetIfEntry");
@@ -59,8 +60,8 @@ DWORD FakeGetAdaptersInfo(IP_ADAPTER_INFO *info, ULONG *size) {
     const DWORD rc = Sized("GetAdaptersInfo", info, size, sizeof *info, ERROR_BUFFER_OVERFLOW);
     if (rc != NO_ERROR) return rc;
     *info = IP_ADAPTER_INFO{};
-    info->AddressLength = static_cast<UINT>(g_net->mac.size());
-    std::memcpy(info->Address, g_net->mac.data(), g_net->mac.size());
+    info->AddressLength = sizeof kMac;
+    std::memcpy(info->Address, kMac, sizeof kMac);
     info->DhcpEnabled = g_net->dhcpEnabled;
     return NO_ERROR;
 }
@@ -86,9 +87,7 @@ UCHAR FakeNetbios(NCB *ncb) {
 
 BOOL FakeGetVersionExA(OSVERSIONINFOA *info) {
     if (SetFailure("GetVersionExA") || info->dwOSVersionInfoSize < sizeof *info) return FALSE;
-    info->dwMajorVersion = 4;
-    info->dwMinorVersion = 0;
-    info->dwPlatformId = VER_PLATFORM_WIN32_NT;
+    *info = {sizeof *info, 4, 0, 0, VER_PLATFORM_WIN32_NT, {}};
     return TRUE;
 }
 

@@ -1,7 +1,8 @@
 // One machine as IP Helper, NetBIOS, GetVersionExA and the service manager
 // report it, in the network facts seam for the life of a FakeNetwork:
 // loopback interface 1 (127.0.0.1, "loop") and Ethernet card 4 (172.16.0.9,
-// "card") the route leads to, its adapter DHCP enabled; NT 4.0 with the
+// "card", an 8-byte hardware address, so that the whole length shows) the
+// route leads to, its adapter DHCP enabled; NT 4.0 with the
 // services "Alerter" (stopped) and "Dhcp" (running); NetBIOS LAN adapters 3
 // and 5, the status of adapter n opening with n, 2n ... 6n. One call can be
 // made to fail.
@@ -15,10 +16,7 @@
 struct FakeNetwork {
     FakeNetwork();
     ~FakeNetwork();
-    FakeNetwork(const FakeNetwork &) = delete;
-    FakeNetwork &operator=(const FakeNetwork &) = delete;
 
-    std::vector<BYTE> mac{0, 0x16, 0x3e, 0x10, 0x20, 4};  // the card's and its adapter's
     bool dhcpEnabled = true;
 
     // The call that fails with error: a function's name, "<name> sizing" for

@@ -140,9 +140,7 @@ TEST_F(Lab, PortTakenMakesBindFail) {
     mode("url");
     WinsockSession winsock;
     SocketOwner holder(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(DHCP_CLIENT_PORT);
+    sockaddr_in local{AF_INET, htons(DHCP_CLIENT_PORT), {}, {}};
     local.sin_addr.s_addr = RawAddress(clientIp);
     ASSERT_EQ(0, bind(holder.get(), reinterpret_cast<sockaddr *>(&local), sizeof local));
     std::string url;

@@ -228,11 +228,11 @@ TEST(Inform, WireFormAsksFor252AndNeedsDhcpUnlessForced) {
     std::srand(1000000000);
     const uint32_t high = static_cast<uint32_t>(std::rand());
     EXPECT_EQ((high << 16) | static_cast<uint32_t>(std::rand()), p.xid);
-    std::string wire, expected("\1\1\6\0", 4);
+    std::string wire, expected("\1\1\x08\0", 4);
     p.GetBuffer(wire);
     for (int i = 0; i < 4; ++i) expected += static_cast<char>(p.xid >> (24 - 8 * i));
     expected += std::string(4, '\0') + std::string("\xAC\x10\x00\x09", 4) +
-                std::string(12, '\0') + std::string("\x00\x16\x3e\x10\x20\x04", 6);
+                std::string(12, '\0') + std::string("\x00\x16\x3e\x10\x20\x04\x07\x08", 8);
     expected.resize(DHCP_HEADER_SIZE, '\0');
     expected += "\x63\x82\x53\x63\x35\x01\x08\x37\x01\xFC\xFF";
     expected.resize(DHCP_PACKET_SIZE, '\0');

@@ -4,13 +4,15 @@
 
 #include <algorithm>
 
+namespace {
+
+// A socket listening on 127.0.0.1 at a port the system chose (port), or
+// INVALID_SOCKET.
 SOCKET LoopbackListener(int backlog, unsigned short &port) {
     SOCKET s = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     if (s == INVALID_SOCKET) return s;
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
+    sockaddr_in address = {AF_INET, 0, {}, {}};  // port 0: the system chooses
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = 0;
     int length = sizeof address;
     if (bind(s, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0 ||
         listen(s, backlog) != 0 ||
@@ -21,8 +23,6 @@ SOCKET LoopbackListener(int backlog, unsigned short &port) {
     port = ntohs(address.sin_port);
     return s;
 }
-
-namespace {
 
 // Sends all of data unless the peer goes; false when it went.
 bool SendAll(SOCKET s, const char *data, size_t size) {
@@ -90,12 +90,7 @@ HttpResponse LoopbackHttpServer::lookup(const std::string &target) const {
     std::lock_guard<std::mutex> lock(mutex_);
     const auto found = routes_.find(target);
     if (found != routes_.end()) return found->second;
-    HttpResponse missing;
-    missing.status = 404;
-    missing.reason = "Not Found";
-    missing.contentType = "text/html";
-    missing.body = "<html><body><h1>404 Not Found</h1></body></html>";
-    return missing;
+    return {404, "Not Found", "text/html", "<html><body><h1>404 Not Found</h1></body></html>"};
 }
 
 namespace {
@@ -147,12 +142,10 @@ void LoopbackHttpServer::handle(SOCKET client) {
         if (got <= 0) break;
         head.append(buffer, static_cast<size_t>(got));
     }
-    std::string target;
-    const size_t space = head.find(' ');
-    if (space != std::string::npos) {
-        const size_t end = head.find(' ', space + 1);
-        if (end != std::string::npos) target = head.substr(space + 1, end - space - 1);
-    }
+    // The request target between the first two blanks (npos + 1 is 0: no blank, no target).
+    const size_t space = head.find(' '), end = head.find(' ', space + 1);
+    const std::string target =
+        end == std::string::npos ? std::string() : head.substr(space + 1, end - space - 1);
     if (target.empty()) {
         ++silentConnections_;
     } else {
@@ -172,14 +165,11 @@ void LoopbackHttpServer::handle(SOCKET client) {
             reply += "Content-Length: " + std::to_string(r.announcedLength) + "\r\n";
         reply += "Connection: close\r\n\r\n";
         const size_t bodyBytes = std::min(r.sendLimit, r.body.size());
+        const size_t piece = r.dripMs ? r.dripBytes : SIZE_MAX;  // undripped: all at once
         bool sent = SendAll(client, reply.data(), reply.size());
-        if (r.dripMs == 0) {
-            sent = sent && SendAll(client, r.body.data(), bodyBytes);
-        } else {
-            for (size_t i = 0; sent && i < bodyBytes; i += r.dripBytes)
-                sent = WaitForSingleObject(stop_, r.dripMs) == WAIT_TIMEOUT &&
-                       SendAll(client, r.body.data() + i, std::min(r.dripBytes, bodyBytes - i));
-        }
+        for (size_t i = 0; sent && i < bodyBytes; i += piece)
+            sent = WaitForSingleObject(stop_, r.dripMs) == WAIT_TIMEOUT &&
+                   SendAll(client, r.body.data() + i, std::min(piece, bodyBytes - i));
         if (sent && r.holdMs > 0) WaitForSingleObject(stop_, r.holdMs);
     }
     shutdown(client, SD_SEND);

@@ -111,10 +111,6 @@ private:
     std::atomic<int> silentConnections_{0};
 };
 
-// A socket listening on 127.0.0.1 at a port the system chose (port), or
-// INVALID_SOCKET.
-SOCKET LoopbackListener(int backlog, unsigned short &port);
-
 // A port on 127.0.0.1 that was free a moment ago: nothing listens there, so
 // a connection attempt is refused at once.
 unsigned short UnusedLoopbackPort();

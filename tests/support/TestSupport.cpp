@@ -1,80 +1,51 @@
 #include "TestSupport.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 #include "trace/ZelTraceManager.h"
 
 ScopedRegistryValue::ScopedRegistryValue(HKEY root, std::string key, std::string name)
     : root_(root), key_(std::move(key)), name_(std::move(name)) {
+    // An empty name is the key's default value.
     HKEY k = nullptr;
-    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &k) == ERROR_SUCCESS) {
-        DWORD size = 0;
-        if (RegQueryValueExA(k, name_.empty() ? nullptr : name_.c_str(), nullptr, &oldType_,
-                             nullptr, &size) == ERROR_SUCCESS) {
-            old_.resize(size);
-            had_ = RegQueryValueExA(k, name_.empty() ? nullptr : name_.c_str(), nullptr, &oldType_,
-                                    old_.data(), &size) == ERROR_SUCCESS;
-        }
-        RegCloseKey(k);
+    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return;
+    DWORD size = 0;
+    if (RegQueryValueExA(k, name_.c_str(), nullptr, &oldType_, nullptr, &size) == ERROR_SUCCESS) {
+        old_.resize(size);
+        had_ = RegQueryValueExA(k, name_.c_str(), nullptr, &oldType_, old_.data(), &size) ==
+               ERROR_SUCCESS;
     }
+    RegCloseKey(k);
 }
 
 ScopedRegistryValue::ScopedRegistryValue(ScopedRegistryValue &&other) noexcept
     : root_(other.root_),
       key_(std::move(other.key_)),
       name_(std::move(other.name_)),
-      active_(other.active_),
+      active_(std::exchange(other.active_, false)),
       had_(other.had_),
       oldType_(other.oldType_),
-      old_(std::move(other.old_)) {
-    other.active_ = false;
-}
+      old_(std::move(other.old_)) {}
 
+// Setting a value makes its key when missing.
 void ScopedRegistryValue::set(DWORD type, const void *data, DWORD size) {
-    HKEY k = nullptr;
-    if (RegCreateKeyExA(root_, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k,
-                        nullptr) != ERROR_SUCCESS)
-        return;
-    const char *name = name_.empty() ? nullptr : name_.c_str();
     if (data)
-        RegSetValueExA(k, name, 0, type, static_cast<const BYTE *>(data), size);
+        RegSetKeyValueA(root_, key_.c_str(), name_.c_str(), type, data, size);
     else
-        RegDeleteValueA(k, name);
-    RegCloseKey(k);
+        RegDeleteKeyValueA(root_, key_.c_str(), name_.c_str());
 }
 
 ScopedRegistryValue::~ScopedRegistryValue() {
-    if (!active_) return;
-    if (had_)
-        set(oldType_, old_.data(), static_cast<DWORD>(old_.size()));
-    else
-        set(0, nullptr, 0);
-}
-
-ScopedRegistryValue ScopedRegistryValue::String(const std::string &name, const std::string &value,
-                                                HKEY root, const std::string &key) {
-    return Raw(name, REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1), root, key);
-}
-
-ScopedRegistryValue ScopedRegistryValue::Dword(const std::string &name, DWORD value, HKEY root,
-                                               const std::string &key) {
-    return Raw(name, REG_DWORD, &value, sizeof value, root, key);
+    if (active_) set(oldType_, had_ ? old_.data() : nullptr, static_cast<DWORD>(old_.size()));
 }
 
 ScopedRegistryValue ScopedRegistryValue::Raw(const std::string &name, DWORD type, const void *data,
                                              DWORD size, HKEY root, const std::string &key) {
     ScopedRegistryValue v(root, key, name);
     v.set(type, data, size);
-    return v;
-}
-
-ScopedRegistryValue ScopedRegistryValue::Absent(const std::string &name, HKEY root,
-                                                const std::string &key) {
-    ScopedRegistryValue v(root, key, name);
-    v.set(0, nullptr, 0);
     return v;
 }
 
@@ -133,14 +104,10 @@ TempDir::TempDir() {
     char base[MAX_PATH + 1];
     GetTempPathA(MAX_PATH, base);
     static unsigned counter = 0;
-    for (;;) {
-        char name[MAX_PATH + 64];
-        snprintf(name, sizeof name, "%srvtest-%lu-%u", base, GetCurrentProcessId(), ++counter);
-        if (CreateDirectoryA(name, nullptr)) {
-            path_ = name;
-            break;
-        }
-    }
+    do {
+        path_ = std::string(base) + "rvtest-" + std::to_string(GetCurrentProcessId()) + "-" +
+                std::to_string(++counter);
+    } while (!CreateDirectoryA(path_.c_str(), nullptr));
 }
 
 TempDir::~TempDir() { RemoveTree(path_); }
@@ -185,19 +152,12 @@ void WriteFileText(const std::string &path, const std::string &text) {
     out << text;
 }
 
-ScopedTrace::ScopedTrace(const std::string &path, const std::string &level,
-                         const std::string &filter)
-    : path_(path) {
+ScopedTrace::ScopedTrace(const std::string &path, const std::string &filter) : path_(path) {
     const std::string exe = ZelExecutableName();
     values_.push_back(ScopedRegistryValue::String("Debug-" + exe, path));
-    if (level.empty())
-        values_.push_back(ScopedRegistryValue::Absent("DebugLevel-" + exe));
-    else
-        values_.push_back(ScopedRegistryValue::String("DebugLevel-" + exe, level));
-    if (filter.empty())
-        values_.push_back(ScopedRegistryValue::Absent("DebugFilter-" + exe));
-    else
-        values_.push_back(ScopedRegistryValue::String("DebugFilter-" + exe, filter));
+    values_.push_back(ScopedRegistryValue::Absent("DebugLevel-" + exe));
+    values_.push_back(filter.empty() ? ScopedRegistryValue::Absent("DebugFilter-" + exe)
+                                     : ScopedRegistryValue::String("DebugFilter-" + exe, filter));
     ZelTraceReload();
 }
 
@@ -227,27 +187,8 @@ long FakeClock::localOffsetSeconds = 0;
 DWORD FakeClock::tick = 0;
 WORD FakeClock::milliseconds = 0;
 
-namespace {
-
-// The C library's UTC breakdown, which asks nothing of the time-zone
-// settings: a fake local time is UTC moved by a fixed offset.
-bool BreakDown(time_t t, struct tm *out) {
-    const struct tm *p = ::gmtime(&t);
-    if (!p) return false;
-    *out = *p;
-    return true;
-}
-
-}  // namespace
-
 time_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
-    struct tm tm = {};
-    tm.tm_year = year - 1900;
-    tm.tm_mon = month - 1;
-    tm.tm_mday = day;
-    tm.tm_hour = hour;
-    tm.tm_min = minute;
-    tm.tm_sec = second;
+    struct tm tm = {second, minute, hour, day, month - 1, year - 1900, 0, 0, 0};
     return _mkgmtime(&tm);
 }
 
@@ -259,9 +200,11 @@ void FakeClock::Install(ScopedClock &clock, time_t start) {
         if (out) *out = now;
         return now;
     };
-    clock->gmtime = [](time_t t, struct tm *out) { return BreakDown(t, out); };
+    // The UTC breakdown asks nothing of the time-zone settings: a fake local
+    // time is UTC moved by a fixed offset.
+    clock->gmtime = RealClock().gmtime;
     clock->localtime = [](time_t t, struct tm *out) {
-        return BreakDown(t + localOffsetSeconds, out);
+        return RealClock().gmtime(t + localOffsetSeconds, out);
     };
     clock->GetSystemTime = [](SYSTEMTIME *out) {
         // Seconds since 1970 as 100-nanosecond units since 1601.
@@ -282,9 +225,8 @@ std::string Field(const std::string &line, int index) {
         if (tab == std::string::npos) return std::string();
         start = tab + 1;
     }
-    if (index == 3) return line.substr(start);
-    const size_t end = line.find('\t', start);
-    return line.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    if (index == 3) return line.substr(start);  // the text, which may hold tabs
+    return line.substr(start, line.find('\t', start) - start);  // no tab: to the end
 }
 
 }  // namespace

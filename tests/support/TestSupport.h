@@ -16,18 +16,24 @@
 // puts back what was there before when it goes.
 class ScopedRegistryValue {
 public:
-    static ScopedRegistryValue String(const std::string &name, const std::string &value,
-                                      HKEY root = HKEY_LOCAL_MACHINE,
-                                      const std::string &key = "Software\\Ovrena");
-    static ScopedRegistryValue Dword(const std::string &name, DWORD value,
-                                     HKEY root = HKEY_LOCAL_MACHINE,
-                                     const std::string &key = "Software\\Ovrena");
+    // Removes the value for the scope when data is null.
     static ScopedRegistryValue Raw(const std::string &name, DWORD type, const void *data,
                                    DWORD size, HKEY root = HKEY_LOCAL_MACHINE,
                                    const std::string &key = "Software\\Ovrena");
-    // Removes the value for the scope.
+    static ScopedRegistryValue String(const std::string &name, const std::string &value,
+                                      HKEY root = HKEY_LOCAL_MACHINE,
+                                      const std::string &key = "Software\\Ovrena") {
+        return Raw(name, REG_SZ, value.c_str(), static_cast<DWORD>(value.size() + 1), root, key);
+    }
+    static ScopedRegistryValue Dword(const std::string &name, DWORD value,
+                                     HKEY root = HKEY_LOCAL_MACHINE,
+                                     const std::string &key = "Software\\Ovrena") {
+        return Raw(name, REG_DWORD, &value, sizeof value, root, key);
+    }
     static ScopedRegistryValue Absent(const std::string &name, HKEY root = HKEY_LOCAL_MACHINE,
-                                      const std::string &key = "Software\\Ovrena");
+                                      const std::string &key = "Software\\Ovrena") {
+        return Raw(name, REG_NONE, nullptr, 0, root, key);
+    }
     ScopedRegistryValue(ScopedRegistryValue &&other) noexcept;
     ScopedRegistryValue &operator=(ScopedRegistryValue &&) = delete;
     ScopedRegistryValue(const ScopedRegistryValue &) = delete;
@@ -107,12 +113,11 @@ std::vector<std::string> ReadLines(const std::string &path);
 bool FileExists(const std::string &path);
 void WriteFileText(const std::string &path, const std::string &text);
 
-// Points this program's trace file at path (with an optional level word and
+// Points this program's trace file at path (every level, with an optional
 // filter) and reloads tracing; stops tracing again when it goes.
 class ScopedTrace {
 public:
-    explicit ScopedTrace(const std::string &path, const std::string &level = "",
-                         const std::string &filter = "");
+    explicit ScopedTrace(const std::string &path, const std::string &filter = "");
     ~ScopedTrace();
     ScopedTrace(const ScopedTrace &) = delete;
     ScopedTrace &operator=(const ScopedTrace &) = delete;
