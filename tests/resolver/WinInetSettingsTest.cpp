@@ -174,9 +174,7 @@ TEST(QueryTest, AsksByVersionAndKeepsWhatWasAnswered) {
          false, 12009, nullptr},
     };
     for (const QueryCase &row : rows) {
-        ScopedWinInetSettings seam;
         FakeWinInet wininet;
-        wininet.Install(seam);
         wininet.present = row.present;
         wininet.minor = row.minor;
         wininet.failing = row.failing;
