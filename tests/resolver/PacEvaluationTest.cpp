@@ -61,12 +61,12 @@ TEST_F(PacEvaluationTest, AnswerGrammar) {
         Routvane resolver;
         EXPECT_EQ(resolver.ParseFindProxyForURLReturn(row.answer), row.status);
         EXPECT_TRUE(Entries(resolver) == row.entries);
-        std::vector<std::string> rejected = Messages(unknown), expected = row.rejected;
-        for (const std::string &line : Messages(socks)) rejected.push_back(line);
+        std::vector<std::string> rejected = trace_->messages(unknown), expected = row.rejected;
+        for (const std::string &line : trace_->messages(socks)) rejected.push_back(line);
         std::sort(rejected.begin(), rejected.end());
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(rejected, expected);
-        EXPECT_EQ(Messages("Found empty proxy return return...assuming no proxy").size(),
+        EXPECT_EQ(trace_->messages("Found empty proxy return return...assuming no proxy").size(),
                   row.answer.empty() ? 1u : 0u);
     }
     // A port beyond any integer still yields the host.
@@ -117,10 +117,10 @@ TEST_F(PacEvaluationTest, UrlsNamingOnlyAServerAreCompletedWithWpadDat) {
         EXPECT_EQ(Entries(resolver), row.entries);
         EXPECT_EQ(resolver.autoConfigURL(), row.recorded);
         const bool invalid = std::count(row.url.begin(), row.url.end(), '/') < 2;
-        EXPECT_EQ(Messages("Invalid input URL").size(), invalid ? 1u : 0u);
-        EXPECT_EQ(Messages("InternetOpenUrl failed:  ").size(),
+        EXPECT_EQ(trace_->messages("Invalid input URL").size(), invalid ? 1u : 0u);
+        EXPECT_EQ(trace_->messages("InternetOpenUrl failed:  ").size(),
                   row.recorded.empty() ? 0 : row.status / 2);
-        EXPECT_EQ(Messages("--- BEGIN SCRIPT ---").size(), row.status == 2 ? 0u : 1u);
+        EXPECT_EQ(trace_->messages("--- BEGIN SCRIPT ---").size(), row.status == 2 ? 0u : 1u);
     }
 }
 
@@ -170,13 +170,13 @@ TEST_F(PacEvaluationTest, TheScriptRunsOnHttpsUrlAndHostAndItsFailuresKeepTheLis
         ASSERT_LT(begin, end);
         ASSERT_NE(end, std::string::npos);
         EXPECT_NE(traced.substr(begin, end - begin).find(row.body), std::string::npos);
-        const auto lines = Messages(row.traced);
+        const auto lines = trace_->messages(row.traced);
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_EQ(lines[0].rfind(row.traced, 0), 0u) << lines[0];
         // A failure names the engine's description and detail.
         if (row.traced == parse || row.traced == execute) {
             EXPECT_NE(lines[0].find(';'), std::string::npos);
-            EXPECT_TRUE(Messages(returned).empty());
+            EXPECT_TRUE(trace_->messages(returned).empty());
         }
         if (row.detail) {
             EXPECT_NE(ReadFileText(trace_->path()).find(row.detail), std::string::npos);
