@@ -135,60 +135,6 @@ const std::string kProxyScript = Returning("\"PROXY pac.example:3128\"");
 
 const HttpResponse kProxyAnswer = HttpResponse::Text(kProxyScript);
 
-TEST_F(UntrustedTest, HostileServersAreLeftAtTheirBound) {
-    // The function named in the last line only: every chunk of the download counts.
-    const std::string big(6 * 1024 * 1024 - kProxyScript.size() - 1, '/');
-    const std::string stalled = "Download stalled: no progress within WPADConnectTimeout (1000 ms)";
-    const std::string answered = "FindProxyForURL returned:  PROXY pac.example:3128";
-    const struct {
-        const char *name;
-        HttpResponse response;
-        DWORD total, maxSize;  // registry values; maxSize 0: absent
-        unsigned status;
-        std::string line;
-        DWORD boundMs;  // 0: no bound checked, the call ends by itself
-    } rows[] = {
-        // A server that never answers is the worker cap's test; a drip is a
-        // stall, WinINet handing back nothing until its buffer is full.
-        {"stalls after the headers", kProxyAnswer.stoppingAfter(0, 60000), 60, 0, 2, stalled, 1000},
-        {"sends 4 KiB every 0.5 s",
-         HttpResponse::Text(kProxyScript + std::string(256 * 1024, '/')).dripping(500, 4096), 2, 0,
-         2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
-        {"endless body without length",
-         HttpResponse::Text(kProxyScript + std::string(1024 * 1024, '/'))
-             .announcing(HttpResponse::kNoLength)
-             .stoppingAfter(SIZE_MAX, 60000),
-         60, 65536, 2, "Download exceeds WPADMaxScriptSize (65536 bytes)", 0},
-        {"script of exactly the limit", HttpResponse::Text(kProxyScript), 60,
-         static_cast<DWORD>(kProxyScript.size()), 0, answered, 0},
-        {"6 MiB script under the default limit", HttpResponse::Text(big + "\n" + kProxyScript), 60,
-         0, 0, answered, 0},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        StartTrace(row.name);
-        auto total = ScopedRegistryValue::Dword("WPADDownloadTimeout", row.total);
-        auto size = row.maxSize ? ScopedRegistryValue::Dword("WPADMaxScriptSize", row.maxSize)
-                                : ScopedRegistryValue::Absent("WPADMaxScriptSize");
-        LoopbackHttpServer server;
-        server.serve("/proxy.pac", row.response);
-        const Resolve got = Run(server.url("/proxy.pac"));
-        EXPECT_EQ(got.status, row.status);
-        EXPECT_EQ(got.entries, row.status == 0 ? std::vector<Entry>{Proxy("pac.example", 3128)}
-                                               : std::vector<Entry>());
-        EXPECT_EQ(trace_->messages(row.line), std::vector<std::string>{row.line});
-        EXPECT_EQ(trace_->messages("Download runs on worker thread ").size(), 1u);
-        if (row.boundMs > 0) {
-            EXPECT_GE(got.ms + 20, row.boundMs);
-            EXPECT_LE(got.ms, row.boundMs + kMarginMs);
-        }
-        printf("  %-40s %5lu ms (bound %lu ms)\n", row.name, static_cast<unsigned long>(got.ms),
-               static_cast<unsigned long>(row.boundMs));
-    }
-    // With its server gone every abandoned worker ends by itself.
-    EXPECT_TRUE(WaitForAbandonedWorkers(30000)) << AbandonedWorkers() << " still run";
-}
-
 TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
     ASSERT_TRUE(WaitForAbandonedWorkers(30000));
     StartTrace("twenty");
@@ -311,36 +257,74 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
 
 // Last: the endless script's worker never ends. Which objects a script may
 // create is the script host's own test.
-TEST_F(UntrustedTest, HostileScriptsAreLeftAtTheirBound) {
+TEST_F(UntrustedTest, HostileServersAndScriptsAreLeftAtTheirBound) {
+    // The function named in the last line only: every chunk of the download counts.
+    const std::string big(6 * 1024 * 1024 - kProxyScript.size() - 1, '/');
+    const std::string stalled = "Download stalled: no progress within WPADConnectTimeout (1000 ms)";
+    const std::string answered = "FindProxyForURL returned:  PROXY pac.example:3128";
     const std::string timedOut =
         "Script timed out: PACScriptTimeout (2000 ms) passed; InterruptScriptThread:  80004001";
+    const auto script = [](const std::string &expression) {
+        return HttpResponse::Text(Returning(expression));
+    };
     const long objects = ModuleObjectCount();
     const struct {
         const char *name;
-        std::string script;
+        HttpResponse response;
+        DWORD total, maxSize;  // registry values; maxSize 0: absent
+        unsigned status;
+        std::string line;
+        DWORD boundMs;  // 0: no bound checked, the call ends by itself
     } rows[] = {
-        {"busy for 4 s", Returning("(function () { var end = new Date().getTime() + 4000;"
-                                   " while (new Date().getTime() < end) {} return 'DIRECT'; })()")},
-        {"never returns", Returning("(function () { for (;;) {} })()")},
+        // A server that never answers is the worker cap's test; a drip is a
+        // stall, WinINet handing back nothing until its buffer is full.
+        {"stalls after the headers", kProxyAnswer.stoppingAfter(0, 60000), 60, 0, 2, stalled, 1000},
+        {"sends 4 KiB every 0.5 s",
+         HttpResponse::Text(kProxyScript + std::string(256 * 1024, '/')).dripping(500, 4096), 2, 0,
+         2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
+        {"endless body without length",
+         HttpResponse::Text(kProxyScript + std::string(1024 * 1024, '/'))
+             .announcing(HttpResponse::kNoLength)
+             .stoppingAfter(SIZE_MAX, 60000),
+         60, 65536, 2, "Download exceeds WPADMaxScriptSize (65536 bytes)", 0},
+        {"script of exactly the limit", HttpResponse::Text(kProxyScript), 60,
+         static_cast<DWORD>(kProxyScript.size()), 0, answered, 0},
+        {"6 MiB script under the default limit", HttpResponse::Text(big + "\n" + kProxyScript), 60,
+         0, 0, answered, 0},
+        {"script busy for 4 s",
+         script("(function () { var end = new Date().getTime() + 4000;"
+                " while (new Date().getTime() < end) {} return 'DIRECT'; })()"),
+         60, 0, 2, timedOut, 2000},
+        {"script never returns", script("(function () { for (;;) {} })()"), 60, 0, 2, timedOut,
+         2000},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         StartTrace(row.name);
-        LoopbackHttpServer server;
-        server.serve("/proxy.pac", HttpResponse::Text(row.script));
-        const Resolve got = Run(server.url("/proxy.pac"));
-        EXPECT_EQ(got.status, 2u);
-        EXPECT_EQ(got.entries, std::vector<Entry>());
-        EXPECT_EQ(trace_->messages(timedOut), std::vector<std::string>{timedOut});
-        EXPECT_EQ(trace_->messages("Script runs on worker thread ").size(), 1u);
-        EXPECT_GE(got.ms + 20, 2000u);
-        EXPECT_LE(got.ms, 2000 + kMarginMs);
-        printf("  %-40s %5lu ms\n", row.name, static_cast<unsigned long>(got.ms));
-        if (&row == rows) {
-            // Abandoned, it still ends by itself and gives back what it held.
-            EXPECT_TRUE(WaitForAbandonedWorkers(10000));
-            EXPECT_EQ(ModuleObjectCount(), objects);
+        {
+            auto total = ScopedRegistryValue::Dword("WPADDownloadTimeout", row.total);
+            auto size = row.maxSize ? ScopedRegistryValue::Dword("WPADMaxScriptSize", row.maxSize)
+                                    : ScopedRegistryValue::Absent("WPADMaxScriptSize");
+            LoopbackHttpServer server;
+            server.serve("/proxy.pac", row.response);
+            const Resolve got = Run(server.url("/proxy.pac"));
+            EXPECT_EQ(got.status, row.status);
+            EXPECT_EQ(got.entries, row.status == 0 ? std::vector<Entry>{Proxy("pac.example", 3128)}
+                                                   : std::vector<Entry>());
+            EXPECT_EQ(trace_->messages(row.line), std::vector<std::string>{row.line});
+            EXPECT_EQ(trace_->messages("Download runs on worker thread ").size(), 1u);
+            if (row.boundMs > 0) {
+                EXPECT_GE(got.ms + 20, row.boundMs);
+                EXPECT_LE(got.ms, row.boundMs + kMarginMs);
+            }
+            printf("  %-40s %5lu ms (bound %lu ms)\n", row.name, static_cast<unsigned long>(got.ms),
+                   static_cast<unsigned long>(row.boundMs));
         }
+        if (&row == std::end(rows) - 1) break;
+        // With its server gone an abandoned worker ends by itself and gives
+        // back what it held.
+        EXPECT_TRUE(WaitForAbandonedWorkers(30000)) << AbandonedWorkers() << " still run";
+        EXPECT_EQ(ModuleObjectCount(), objects);
     }
     // The engine cannot be interrupted: that worker runs until the program
     // ends, with the engine's objects.
