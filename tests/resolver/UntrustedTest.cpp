@@ -12,6 +12,7 @@
 #include "com/Module.h"
 #include "resolver/BoundedWorker.h"
 #include "trace/tracefunc.h"
+#include "util/ComOwners.h"
 
 namespace {
 
@@ -218,15 +219,11 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
             reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));
         const auto canUnloadNow = reinterpret_cast<CanUnloadNow>(
             reinterpret_cast<void *>(GetProcAddress(library, "DllCanUnloadNow")));
-        IClassFactory *factory = nullptr;
-        ASSERT_EQ(getClassObject(CLSID_Routvane, IID_IClassFactory,
-                                 reinterpret_cast<void **>(&factory)),
-                  S_OK);
-        IRoutvane *resolver = nullptr;
-        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane,
-                                          reinterpret_cast<void **>(&resolver)),
-                  S_OK);
-        factory->Release();
+        ComPtr<IClassFactory> factory;
+        ASSERT_EQ(getClassObject(CLSID_Routvane, IID_IClassFactory, factory.outVoid()), S_OK);
+        ComPtr<IRoutvane> resolver;
+        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane, resolver.outVoid()), S_OK);
+        factory.reset();
         const DWORD start = GetTickCount();
         EXPECT_EQ(resolver->RoutvaneBrowser(0, "www.example.com", 443), row.status);
         EXPECT_LE(GetTickCount() - start, 1000 + kMarginMs);
@@ -234,7 +231,7 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
         EXPECT_TRUE(resolver->GetBrowser(&browserCode));
         EXPECT_EQ(browserCode, row.browser);
         EXPECT_EQ(resolver->GetProxyCount(), row.entries);
-        resolver->Release();
+        resolver.reset();
         // The download's worker and the script's, which may be one thread
         // or two; one that ended already cannot be opened.
         std::vector<HANDLE> workers;
