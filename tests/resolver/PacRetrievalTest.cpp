@@ -11,16 +11,14 @@ const std::string kScript = Returning("\"PROXY pac.example:3128; DIRECT\"");
 
 std::string Ins(const std::string &body) { return "[URL]\r\n" + body; }
 
-class ScopedCurrentDirectory {
-public:
+// The process's current folder moved for the scope.
+struct ScopedCurrentDirectory {
     explicit ScopedCurrentDirectory(const std::string &path) {
-        GetCurrentDirectoryA(sizeof old_, old_);
+        GetCurrentDirectoryA(sizeof old, old);
         SetCurrentDirectoryA(path.c_str());
     }
-    ~ScopedCurrentDirectory() { SetCurrentDirectoryA(old_); }
-
-private:
-    char old_[MAX_PATH] = {};
+    ~ScopedCurrentDirectory() { SetCurrentDirectoryA(old); }
+    char old[MAX_PATH] = {};
 };
 
 // Takes every name _mktemp can still make from "<directory>/INSXXXXXX", so

@@ -261,9 +261,6 @@ TEST_F(UntrustedTest, HostileServersAndScriptsAreLeftAtTheirBound) {
     const std::string answered = "FindProxyForURL returned:  PROXY pac.example:3128";
     const std::string timedOut =
         "Script timed out: PACScriptTimeout (2000 ms) passed; InterruptScriptThread:  80004001";
-    const auto script = [](const std::string &expression) {
-        return HttpResponse::Text(Returning(expression));
-    };
     const long objects = ModuleObjectCount();
     const struct {
         const char *name;
@@ -289,11 +286,11 @@ TEST_F(UntrustedTest, HostileServersAndScriptsAreLeftAtTheirBound) {
         {"6 MiB script under the default limit", HttpResponse::Text(big + "\n" + kProxyScript), 60,
          0, 0, answered, 0},
         {"script busy for 4 s",
-         script("(function () { var end = new Date().getTime() + 4000;"
-                " while (new Date().getTime() < end) {} return 'DIRECT'; })()"),
+         HttpResponse::Text(Returning("(function () { var end = new Date().getTime() + 4000; while"
+                                      " (new Date().getTime() < end) {} return 'DIRECT'; })()")),
          60, 0, 2, timedOut, 2000},
-        {"script never returns", script("(function () { for (;;) {} })()"), 60, 0, 2, timedOut,
-         2000},
+        {"script never returns", HttpResponse::Text(Returning("(function () { for (;;) {} })()")),
+         60, 0, 2, timedOut, 2000},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
