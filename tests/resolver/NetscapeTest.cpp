@@ -43,7 +43,7 @@ protected:
 };
 
 TEST_F(NetscapeTest, PrefsFileIsFoundBesideTheProgramFolderThroughEveryKey) {
-    // Each value missing; one of a type the one reading helper turns away.
+    // Each value missing, and a wrong-typed one that would lead to the file.
     const struct {
         HKEY root;
         const char *key;
@@ -54,8 +54,8 @@ TEST_F(NetscapeTest, PrefsFileIsFoundBesideTheProgramFolderThroughEveryKey) {
         {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_SZ, program_},
         {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_SZ, program_ + "\\"},
         {HKEY_LOCAL_MACHINE, kNavigatorKey, "CurrentVersion", REG_NONE, ""},
-        {HKEY_LOCAL_MACHINE, kNavigatorKey, "CurrentVersion", REG_EXPAND_SZ, "x"},
         {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_NONE, ""},
+        {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_EXPAND_SZ, program_},
         {HKEY_CURRENT_USER, kBiffKey, "CurrentUser", REG_NONE, ""},
     };
     for (const auto &row : rows) {
