@@ -17,7 +17,6 @@
 
 namespace {
 
-// {00000000-1111-2222-3333-444444444444}
 const CLSID kOtherClsid = {0x00000000, 0x1111, 0x2222,
                            {0x33, 0x33, 0x44, 0x44, 0x44, 0x44, 0x44, 0x44}};
 
@@ -31,14 +30,13 @@ TEST(Module, ClassObjectForItsClassAndInterfacesOnly) {
                 {&CLSID_Routvane, &IID_IClassFactory, S_OK},
                 {&CLSID_Routvane, &IID_IRoutvane, E_NOINTERFACE}};
     const long before = ModuleObjectCount();
-    for (size_t i = 0; i < sizeof rows / sizeof rows[0]; ++i) {
+    for (const auto &row : rows) {
+        SCOPED_TRACE("row " + std::to_string(&row - rows));
         IUnknown *out = reinterpret_cast<IUnknown *>(0x1);
-        EXPECT_EQ(DllGetClassObject(*rows[i].clsid, *rows[i].iid, reinterpret_cast<void **>(&out)),
-                  rows[i].hr)
-            << "row " << i;
-        EXPECT_EQ(rows[i].hr == S_OK, out != nullptr) << "row " << i;
+        EXPECT_EQ(DllGetClassObject(*row.clsid, *row.iid, reinterpret_cast<void **>(&out)), row.hr);
+        EXPECT_EQ(row.hr == S_OK, out != nullptr);
         if (out) {
-            EXPECT_EQ(ModuleObjectCount(), before + 1) << "row " << i;
+            EXPECT_EQ(ModuleObjectCount(), before + 1);
             EXPECT_EQ(out->Release(), 0u);
         }
         EXPECT_EQ(ModuleObjectCount(), before);

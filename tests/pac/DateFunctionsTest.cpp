@@ -22,17 +22,10 @@ void Check(const Row *rows, size_t count) {
 
 // Local time runs two hours ahead of UTC, across a year's end: locally
 // Monday 2024-01-01 01:30:45, in GMT Sunday 2023-12-31 23:30:45.
-class YearEnd : public testing::Test {
-protected:
-    void SetUp() override {
-        FakeClock::Install(clock_, UtcTime(2023, 12, 31, 23, 30, 45));
-        FakeClock::localOffsetSeconds = 2 * 3600;
-    }
-    void TearDown() override { FakeClock::localOffsetSeconds = 0; }
-    ScopedClock clock_;
-};
-
-TEST_F(YearEnd, EveryArgumentCountAndForm) {
+TEST(YearEnd, EveryArgumentCountAndForm) {
+    ScopedClock clock;
+    FakeClock::Install(clock, UtcTime(2023, 12, 31, 23, 30, 45));
+    FakeClock::localOffsetSeconds = 2 * 3600;
     // "GMT" is found the same way for every form of a function: a few rows
     // each show it.
     const Row rows[] = {
@@ -115,6 +108,7 @@ TEST_F(YearEnd, EveryArgumentCountAndForm) {
                              "dateRange(1, 2, 3, 4, 5, 6, 7, 8)"})
         EXPECT_EQ("error:8002000e", Eval(call)) << call;
     EXPECT_EQ("error:80020005", Eval("weekdayRange(null)"));
+    FakeClock::localOffsetSeconds = 0;
 }
 
 // Mid-month, local time equal to UTC: Monday 2024-07-15 12:00:00.

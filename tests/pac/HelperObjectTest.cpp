@@ -43,35 +43,6 @@ TEST(HelperObject, DispatchFrame) {
               helper->Invoke(7, IID_IDispatch, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr));
 }
 
-// alert answers undefined and writes one trace line "alert: " + the
-// message at level 0, whatever the message's type.
-TEST(HelperObject, AlertWritesItsMessageToTheTrace) {
-    const std::string long64k(64 * 1024, 'm');
-    const struct {
-        std::string call, message;
-    } rows[] = {
-        {"alert('from the script')", "from the script"},
-        {"alert()", ""},
-        {"alert(-1.5)", "-1.5"},
-        {"alert(true)", "true"},
-        {"alert(null)", "null"},
-        {"alert(undefined)", "undefined"},
-        {"alert('" + long64k + "')", long64k},
-    };
-    for (const auto &row : rows) {
-        TempDir dir;
-        ScopedTrace trace(dir.file("alert.txt"));
-        EXPECT_EQ("undefined:undefined", Eval(row.call)) << row.call.substr(0, 40);
-        const auto lines = trace.linesWith("alert: ");
-        ASSERT_EQ(1u, lines.size()) << row.call.substr(0, 40);
-        EXPECT_EQ("Detail", LineLevel(lines[0]));
-        EXPECT_EQ(0u, LineText(lines[0]).rfind("alert: " + row.message + " (tid=", 0))
-            << row.call.substr(0, 40) << ": " << LineText(lines[0]).substr(0, 80);
-    }
-    // An object is no failure either.
-    EXPECT_EQ("undefined:undefined", Eval("alert({a: 1})"));
-}
-
 // What the dispatch layer adds to the identity the resolver's tests check.
 TEST(HelperObject, Identity) {
     FindProxyForURL *object = new FindProxyForURL();

@@ -122,24 +122,44 @@ TEST(HostFunctions, Table) {
     for (const auto &row : rows) EXPECT_EQ(row.second, Eval(row.first)) << row.first;
 }
 
-// One line each: the name a host test was asked about, the pattern that
-// did not compile.
+// One line each: alert's message whatever its type (alert answers
+// undefined), the name a host test was asked about, the pattern that did
+// not compile.
 TEST(HostFunctions, TraceLines) {
+    const std::string long64k(64 * 1024, 'm');
+    const char kUndefined[] = "undefined:undefined", kAlert[] = "FindProxyForURL::alert";
     const struct {
-        const char *call, *result, *line, *function;
+        std::string call;
+        const char *result;
+        std::string text;  // the start of the line's text
+        const char *function;
     } rows[] = {
+        {"alert('from the script')", kUndefined, "alert: from the script (tid=", kAlert},
+        {"alert()", kUndefined, "alert:  (tid=", kAlert},
+        {"alert(-1.5)", kUndefined, "alert: -1.5 (tid=", kAlert},
+        {"alert(true)", kUndefined, "alert: true (tid=", kAlert},
+        {"alert(null)", kUndefined, "alert: null (tid=", kAlert},
+        {"alert(undefined)", kUndefined, "alert: undefined (tid=", kAlert},
+        {"alert('" + long64k + "')", kUndefined, "alert: " + long64k + " (tid=", kAlert},
+        {"alert({a: 1})", kUndefined, "alert: ", kAlert},
         {"isPlainHostname('intranet')", kT, "hostname=intranet", "FindProxyForURL::isPlainHostname"},
         {"shExpMatch('abc', '(')", kF, "regcomp failed.  RegExp: \"^($\". Return code: ",
          "SafeRegex::Compile"},
     };
     for (const auto &row : rows) {
+        SCOPED_TRACE(row.call.substr(0, 40));
         TempDir dir;
         ScopedTrace trace(dir.file("trace.log"));
         EXPECT_EQ(row.result, Eval(row.call));
-        const auto lines = trace.linesWith(row.line);
-        ASSERT_EQ(1u, lines.size()) << row.call;
+        const auto lines = trace.linesWith(row.text);
+        ASSERT_EQ(1u, lines.size());
+        EXPECT_EQ(0u, LineText(lines[0]).rfind(row.text, 0)) << LineText(lines[0]).substr(0, 80);
         EXPECT_NE(std::string::npos, lines[0].find(std::string("function=") + row.function))
-            << lines[0];
+            << lines[0].substr(0, 200);
+        // alert writes at level 0.
+        if (row.function == std::string(kAlert)) {
+            EXPECT_EQ("Detail", LineLevel(lines[0]));
+        }
     }
 }
 

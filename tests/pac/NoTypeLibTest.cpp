@@ -46,10 +46,9 @@ TEST(NoTypeLibrary, TheLibraryLoadsWithoutIt) {
     auto getClassObject = reinterpret_cast<GetClassObject>(
         reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));
     ASSERT_NE(nullptr, getClassObject);
-    IClassFactory *factory = nullptr;
-    ASSERT_EQ(S_OK, getClassObject(CLSID_Routvane, IID_IClassFactory,
-                                   reinterpret_cast<void **>(&factory)));
-    factory->Release();
+    ComPtr<IClassFactory> factory;
+    ASSERT_EQ(S_OK, getClassObject(CLSID_Routvane, IID_IClassFactory, factory.outVoid()));
+    factory.reset();
     EXPECT_TRUE(FreeLibrary(library));
 }
 

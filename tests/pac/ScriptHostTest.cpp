@@ -145,7 +145,6 @@ TEST(ScriptHost, LaterCallsReuseTheEngineAndForgetEarlierErrors) {
 TEST(ScriptHost, ErrorMessageTexts) {
     const std::string outOfMemory = ErrorMessageText(E_OUTOFMEMORY);
     EXPECT_TRUE(!outOfMemory.empty() && outOfMemory.back() != '\n' && outOfMemory.back() != '\r');
-    EXPECT_EQ("IDispatch error #16", ErrorMessageText(static_cast<HRESULT>(0x80040210)));
     EXPECT_EQ("IDispatch error #65023", ErrorMessageText(static_cast<HRESULT>(0x8004FFFF)));
     EXPECT_EQ("IDispatch error #0", ErrorMessageText(static_cast<HRESULT>(0x80040200)));
     EXPECT_EQ("Unknown error 0x8BAD0001", ErrorMessageText(static_cast<HRESULT>(0x8BAD0001)));

@@ -12,10 +12,10 @@
 #include "resolver/WinInetSettings.h"
 
 // WinINet answering each settings query from fixed content, or failing the
-// one query named by failing.
+// one query named by failing, for the scope.
 struct FakeWinInet {
     bool present = true;  // LoadLibraryA("wininet.dll")
-    DWORD major = 1, minor = 2;
+    DWORD minor = 2;      // of version 1
     DWORD failing = 0;  // INTERNET_OPTION_VERSION, _PROXY or _PER_CONNECTION_OPTION
     // The legacy answer: proxy access through legacyProxy, no bypass list.
     const char *legacyProxy = "p:3128";
@@ -27,12 +27,13 @@ struct FakeWinInet {
     const char *autoConfigUrl = nullptr;
     int perConnectionQueries = 0;
 
+    ScopedWinInetSettings seam;
     static FakeWinInet *current;
 
-    void Install(ScopedWinInetSettings &platform) {
+    FakeWinInet() {
         current = this;
-        platform->InternetQueryOptionA = &Query;
-        platform->LoadLibraryA = [](const char *name) {
+        seam->InternetQueryOptionA = &Query;
+        seam->LoadLibraryA = [](const char *name) {
             return current->present ? RealWinInetSettings().LoadLibraryA(name) : nullptr;
         };
     }
@@ -43,7 +44,7 @@ struct FakeWinInet {
         SetLastError(ERROR_INTERNET_INVALID_OPTION);
         if (option == f.failing) return FALSE;
         if (option == INTERNET_OPTION_VERSION) {
-            *static_cast<INTERNET_VERSION_INFO *>(buffer) = {f.major, f.minor};
+            *static_cast<INTERNET_VERSION_INFO *>(buffer) = {1, f.minor};
             return TRUE;
         }
         if (option == INTERNET_OPTION_PROXY) {
@@ -82,12 +83,13 @@ struct FakeWinInet {
 
 inline FakeWinInet *FakeWinInet::current = nullptr;
 
-// The process token as the test wants it seen.
+// The process token as the test wants it seen, for the scope.
 struct FakeToken {
     enum Failure { NONE, ALLOCATE_SID, OPEN_TOKEN, FIRST_QUERY, SECOND_QUERY };
     bool localSystem = false;
     Failure failure = NONE;
 
+    ScopedProcessToken seam;
     static FakeToken *current;
 
     // Whether the call named fails here, its error then set.
@@ -97,42 +99,36 @@ struct FakeToken {
         return true;
     }
 
-    void Install(ScopedProcessToken &platform) {
+    FakeToken() {
         current = this;
-        platform->AllocateAndInitializeSid = [](PSID_IDENTIFIER_AUTHORITY a, BYTE n, DWORD s0,
-                                                DWORD s1, DWORD s2, DWORD s3, DWORD s4, DWORD s5,
-                                                DWORD s6, DWORD s7, PSID *sid) -> BOOL {
+        seam->AllocateAndInitializeSid = [](PSID_IDENTIFIER_AUTHORITY a, BYTE n, DWORD s0,
+                                            DWORD s1, DWORD s2, DWORD s3, DWORD s4, DWORD s5,
+                                            DWORD s6, DWORD s7, PSID *sid) -> BOOL {
             return !Fails(ALLOCATE_SID, ERROR_NOT_ENOUGH_MEMORY) &&
                    AllocateAndInitializeSid(a, n, s0, s1, s2, s3, s4, s5, s6, s7, sid);
         };
-        platform->OpenProcessToken = [](HANDLE p, DWORD access, HANDLE *token) -> BOOL {
+        seam->OpenProcessToken = [](HANDLE p, DWORD access, HANDLE *token) -> BOOL {
             return !Fails(OPEN_TOKEN, ERROR_ACCESS_DENIED) && OpenProcessToken(p, access, token);
         };
-        platform->GetTokenInformation = [](HANDLE token, TOKEN_INFORMATION_CLASS kind,
-                                           void *buffer, DWORD size, DWORD *needed) -> BOOL {
+        seam->GetTokenInformation = [](HANDLE token, TOKEN_INFORMATION_CLASS kind, void *buffer,
+                                       DWORD size, DWORD *needed) -> BOOL {
             if (buffer ? Fails(SECOND_QUERY, ERROR_INVALID_PARAMETER)
                        : Fails(FIRST_QUERY, ERROR_INVALID_HANDLE))
                 return FALSE;
-            if (!current->localSystem) return GetTokenInformation(token, kind, buffer, size, needed);
-            // A token whose user is LocalSystem (S-1-5-18).
-            struct SystemUser {
-                TOKEN_USER user;
-                SID sid;
-            };
-            *needed = sizeof(SystemUser);
-            if (!buffer || size < sizeof(SystemUser)) {
-                SetLastError(ERROR_INSUFFICIENT_BUFFER);
-                return FALSE;
-            }
-            auto *out = static_cast<SystemUser *>(buffer);
-            out->sid = SID{SID_REVISION, 1, SECURITY_NT_AUTHORITY, {SECURITY_LOCAL_SYSTEM_RID}};
-            out->user.User = SID_AND_ATTRIBUTES{&out->sid, 0};
+            if (!GetTokenInformation(token, kind, buffer, size, needed)) return FALSE;
+            // The user made LocalSystem (S-1-5-18), which fits where any
+            // other user's SID stood.
+            if (current->localSystem)
+                *static_cast<SID *>(static_cast<TOKEN_USER *>(buffer)->User.Sid) =
+                    SID{SID_REVISION, 1, SECURITY_NT_AUTHORITY, {SECURITY_LOCAL_SYSTEM_RID}};
             return TRUE;
         };
     }
 };
 
 inline FakeToken *FakeToken::current = nullptr;
+
+const char kIECommand[] = "\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1";
 
 // Makes the .html association name the given open command for the scope.
 class ScopedBrowserCommand {

@@ -54,10 +54,6 @@ struct Outcome {
 
 class FaultTest : public testing::Test {
 protected:
-    void SetUp() override {
-        wininet_.Install(settings_);
-        token_.Install(tokenSeam_);
-    }
     // One resolve on a fresh object with the n-th allocation failing.
     Outcome Resolve(long failAt) {
         Resolver r;
@@ -89,11 +85,9 @@ protected:
         EXPECT_GT(unusual, 0) << what;
         return whole.allocations;
     }
-    ScopedWinInetSettings settings_;
-    ScopedProcessToken tokenSeam_;
     FakeWinInet wininet_;
     FakeToken token_;
-    ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
+    ScopedBrowserCommand browser_{kIECommand};
 };
 
 TEST_F(FaultTest, FixedProxyWithBypassList) {

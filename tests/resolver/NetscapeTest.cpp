@@ -43,6 +43,7 @@ protected:
 };
 
 TEST_F(NetscapeTest, PrefsFileIsFoundBesideTheProgramFolderThroughEveryKey) {
+    // Each value missing, and a wrong-typed one that would lead to the file.
     const struct {
         HKEY root;
         const char *key;
@@ -53,11 +54,9 @@ TEST_F(NetscapeTest, PrefsFileIsFoundBesideTheProgramFolderThroughEveryKey) {
         {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_SZ, program_},
         {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_SZ, program_ + "\\"},
         {HKEY_LOCAL_MACHINE, kNavigatorKey, "CurrentVersion", REG_NONE, ""},
-        {HKEY_LOCAL_MACHINE, kNavigatorKey, "CurrentVersion", REG_EXPAND_SZ, "x"},
         {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_NONE, ""},
-        {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_BINARY, "x"},
+        {HKEY_LOCAL_MACHINE, kMainKey, "Install Directory", REG_EXPAND_SZ, program_},
         {HKEY_CURRENT_USER, kBiffKey, "CurrentUser", REG_NONE, ""},
-        {HKEY_CURRENT_USER, kBiffKey, "CurrentUser", REG_MULTI_SZ, "x"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(std::string(row.value) + " " + std::to_string(row.type) + " " + row.data);

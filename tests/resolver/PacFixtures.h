@@ -72,9 +72,6 @@ protected:
     void TearDown() override;
     // A fresh trace file, so that a row of a table sees its own lines only.
     void StartTrace();
-    std::vector<std::string> Messages(const std::string &fragment) const {
-        return trace_->messages(fragment);
-    }
     uint32_t Read(const std::string &url) { return resolver_.readURL(url, script_); }
 
     ComApartment com_;

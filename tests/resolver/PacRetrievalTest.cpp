@@ -11,16 +11,14 @@ const std::string kScript = Returning("\"PROXY pac.example:3128; DIRECT\"");
 
 std::string Ins(const std::string &body) { return "[URL]\r\n" + body; }
 
-class ScopedCurrentDirectory {
-public:
+// The process's current folder moved for the scope.
+struct ScopedCurrentDirectory {
     explicit ScopedCurrentDirectory(const std::string &path) {
-        GetCurrentDirectoryA(sizeof old_, old_);
+        GetCurrentDirectoryA(sizeof old, old);
         SetCurrentDirectoryA(path.c_str());
     }
-    ~ScopedCurrentDirectory() { SetCurrentDirectoryA(old_); }
-
-private:
-    char old_[MAX_PATH] = {};
+    ~ScopedCurrentDirectory() { SetCurrentDirectoryA(old); }
+    char old[MAX_PATH] = {};
 };
 
 // Takes every name _mktemp can still make from "<directory>/INSXXXXXX", so
@@ -60,7 +58,7 @@ TEST_F(PacRetrievalTest, ConnectTimeoutAgentAndFlagsHandedToWinInet) {
         EXPECT_EQ(script_, kScript);
         EXPECT_EQ(resolver_.autoConfigURL(), url);
         const std::string ms = std::to_string(row.ms);
-        EXPECT_EQ(Messages("Using WPAD Connect timeout"),
+        EXPECT_EQ(trace_->messages("Using WPAD Connect timeout"),
                   std::vector<std::string>{"Using WPAD Connect timeout: " + ms + " ms"});
         // Direct access; the time-out set on the session as 4 bytes; reload,
         // no cache write, no dialogs; the URL closed before the session.
@@ -79,9 +77,9 @@ TEST_F(PacRetrievalTest, AFailedSessionOpenRecordsNothing) {
     };
     EXPECT_EQ(Read(server_.url("/proxy.pac")), 2u);
     EXPECT_EQ(resolver_.autoConfigURL(), "");
-    EXPECT_EQ(Messages("InternetOpen failed:  "),
+    EXPECT_EQ(trace_->messages("InternetOpen failed:  "),
               std::vector<std::string>{"InternetOpen failed:  8"});
-    EXPECT_TRUE(Messages("Using WPAD Connect timeout").empty());
+    EXPECT_TRUE(trace_->messages("Using WPAD Connect timeout").empty());
     EXPECT_TRUE(server_.requests().empty());
 }
 
@@ -126,11 +124,10 @@ TEST_F(PacRetrievalTest, TheScriptIsTheWholeTextWhenItNamesTheFunction) {
         server_.serve(row.path, row.response);
         script_ = "left over";
         EXPECT_EQ(Read(server_.url(row.path)), 0u);
-        EXPECT_EQ(script_.size(), row.expected.size());
-        EXPECT_TRUE(script_ == row.expected);
+        EXPECT_TRUE(script_ == row.expected) << script_.size() << " bytes";
         EXPECT_EQ(resolver_.autoConfigURL(), server_.url(row.path));
     }
-    EXPECT_TRUE(Messages("failed").empty());
+    EXPECT_TRUE(trace_->messages("failed").empty());
 }
 
 TEST_F(PacRetrievalTest, UnusableUrlsFailTheOpenWithItsErrorNumber) {
@@ -145,7 +142,7 @@ TEST_F(PacRetrievalTest, UnusableUrlsFailTheOpenWithItsErrorNumber) {
         EXPECT_EQ(script_, "");
         // Recorded before the attempt, whatever its outcome.
         EXPECT_EQ(resolver_.autoConfigURL(), url);
-        const auto lines = Messages("InternetOpenUrl failed:  ");
+        const auto lines = trace_->messages("InternetOpenUrl failed:  ");
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_GT(std::stoul(lines[0].substr(25)), 0ul) << lines[0];
     }
@@ -191,7 +188,7 @@ TEST_F(PacRetrievalTest, InsFilesNameTheScriptToFetch) {
         EXPECT_EQ(resolver_.autoConfigURL(), server_.url(row.path));
         EXPECT_EQ(server_.requests().size(), before + row.fetches);
         std::string failures;
-        for (const std::string &line : Messages("failed"))
+        for (const std::string &line : trace_->messages("failed"))
             failures += line.substr(0, line.find(":  ") + 3);
         EXPECT_EQ(failures, row.failure);
     }
@@ -237,7 +234,7 @@ TEST_F(PacRetrievalTest, InsFileIsParkedInTempThenTmpThenTheCurrentDirectory) {
         EXPECT_EQ(Read(server_.url("/settings.ins")), row.status);
         EXPECT_EQ(script_, row.script);
         EXPECT_EQ(server_.requests().size(), before + (row.script == kScript ? 2 : 1));
-        EXPECT_TRUE(Messages("failed").empty());
+        EXPECT_TRUE(trace_->messages("failed").empty());
         // Nothing added to the folders, nothing taken away.
         for (const TempDir *dir : {&tempDir, &tmpDir, &currentDir})
             EXPECT_EQ(DirectoryEntries(dir->path()), dir == full ? left : decltype(left)());

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "PacFixtures.h"
-#include "TestSupport.h"
-#include "resolver/Routvane.h"
 
 namespace {
 

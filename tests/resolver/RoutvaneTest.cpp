@@ -14,16 +14,12 @@ namespace {
 class RoutvaneTest : public testing::Test {
 protected:
     void SetUp() override {
-        wininet_.Install(settings_);
-        token_.Install(tokenSeam_);
         wininet_.flags = PROXY_TYPE_PROXY;
         wininet_.proxyServer = "proxyhost:8080";
     }
-    ScopedWinInetSettings settings_;
-    ScopedProcessToken tokenSeam_;
     FakeWinInet wininet_;
     FakeToken token_;
-    ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
+    ScopedBrowserCommand browser_{kIECommand};
     TempDir dir_;
     ScopedTrace trace_{dir_.file("t.txt")};
 };
@@ -90,56 +86,46 @@ struct Guarded {
 
 TEST_F(RoutvaneTest, GetProxyKeepsToItsIndexesAndBuffers) {
     Resolver r;
-    // Before the resolve every index is refused, 0 included; a refusal
-    // touches nothing.
+    // Before the list is filled every index is refused, 0 included; a
+    // refusal touches nothing. An entry without host and port reads as
+    // direct; one with a port only does not. The flag starts as the
+    // opposite of what an accepted call writes.
     const struct {
-        bool resolved;
+        bool filled;
         int index;
         int size;
         bool accepted;
         const char *host;
+        bool direct;
+        unsigned port;
     } rows[] = {
-        {false, 0, 8, false, nullptr},      {false, -1, 8, false, nullptr},
-        {true, 0, 5, true, "prox"},         {true, 0, 10, true, "proxyhost"},
-        {true, 0, 9, true, "proxyhos"},     {true, 0, 1, true, ""},
-        {true, 0, 0, true, nullptr},        {true, 0, -5, true, nullptr},
-        {true, 1, 64, false, nullptr},      {true, -1, 64, false, nullptr},
-        {true, INT_MAX, 64, false, nullptr}, {true, INT_MIN, 64, false, nullptr},
+        {false, 0, 8, false, nullptr, false, 7},   {false, -1, 8, false, nullptr, false, 7},
+        {true, 0, 5, true, "prox", false, 8080},   {true, 0, 10, true, "proxyhost", false, 8080},
+        {true, 0, 9, true, "proxyhos", false, 8080}, {true, 0, 1, true, "", false, 8080},
+        {true, 0, 0, true, nullptr, false, 8080},  {true, 0, -5, true, nullptr, false, 8080},
+        {true, 1, 8, true, "", true, 0},           {true, 2, 8, true, "", false, 81},
+        {true, 3, 64, false, nullptr, false, 7},   {true, -1, 64, false, nullptr, false, 7},
+        {true, INT_MAX, 64, false, nullptr, false, 7},
+        {true, INT_MIN, 64, false, nullptr, false, 7},
     };
     for (const auto &row : rows) {
-        if (row.resolved && r->GetProxyCount() == 0) {
-            ASSERT_EQ(r->RoutvaneBrowser(0, "www.example.com", 443), ROUTVANE_PROXY);
+        if (row.filled && r->GetProxyCount() == 0) {
+            for (const char *entry : {"proxyhost:8080", ":0", ":81"}) r->ParseProxy(entry);
+            EXPECT_EQ(trace_.linesWith(":81 (tid=").size(), 1u) << "the text parsed is traced";
         }
         Guarded g;
-        bool direct = true;
+        bool direct = !row.direct;
         unsigned port = 7;
         EXPECT_EQ(r->GetProxy(row.index, &direct, g.buffer(), row.size, &port), row.accepted)
-            << row.resolved << " " << row.index << "/" << row.size;
+            << row.filled << " " << row.index << "/" << row.size;
         EXPECT_TRUE(g.guardsIntact(row.accepted ? row.size : 0)) << row.index << "/" << row.size;
         if (row.host) {
             EXPECT_STREQ(g.buffer(), row.host);
         }
-        EXPECT_EQ(direct, !row.accepted) << row.index << "/" << row.size;
-        EXPECT_EQ(port, row.accepted ? 8080u : 7u) << row.index << "/" << row.size;
+        EXPECT_EQ(direct, row.accepted ? row.direct : !row.direct) << row.index << "/" << row.size;
+        EXPECT_EQ(port, row.port) << row.index << "/" << row.size;
     }
     EXPECT_TRUE(r->GetProxy(0, nullptr, nullptr, 64, nullptr));
-}
-
-TEST_F(RoutvaneTest, EntriesWithoutHostAndPortReadAsDirect) {
-    Resolver r;
-    r->ParseProxy(":0");
-    EXPECT_EQ(r->ParseProxy(":81"), 0);
-    EXPECT_EQ(trace_.linesWith(":81 (tid=").size(), 1u) << "the text parsed is traced";
-    bool direct = false;
-    char host[8] = "x";
-    unsigned port = 7;
-    EXPECT_TRUE(r->GetProxy(0, &direct, host, sizeof host, &port));
-    EXPECT_TRUE(direct);
-    EXPECT_STREQ(host, "");
-    EXPECT_EQ(port, 0u);
-    EXPECT_TRUE(r->GetProxy(1, &direct, host, sizeof host, &port));
-    EXPECT_FALSE(direct);
-    EXPECT_EQ(port, 81u);
 }
 
 // The class .html names, else the one .htm names, and that class's open

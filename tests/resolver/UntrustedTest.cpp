@@ -12,6 +12,7 @@
 #include "com/Module.h"
 #include "resolver/BoundedWorker.h"
 #include "trace/tracefunc.h"
+#include "util/ComOwners.h"
 
 namespace {
 
@@ -52,20 +53,16 @@ TEST(NextWait, DecidesFromTheThreeTicks) {
     }
 }
 
-// The one line of a worker that never started names the work and the
-// reason: the abandoned workers still running, or the failed start's error.
-TEST(TraceNeverStarted, NamesTheWorkAndTheReason) {
+// A worker whose thread could not be made: the start's error is named. A
+// refused one is the worker cap's test.
+TEST(TraceNeverStarted, NamesTheFailedStartsError) {
     TempDir dir;
     ScopedTrace trace(dir.file("t.log"));
     {
         tracefunc tf(__LINE__, "Routvane", "Start");
-        TraceNeverStarted(BoundedOutcome::Refused, "Script", tf);
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         TraceNeverStarted(BoundedOutcome::NoThread, "Download", tf);
     }
-    const std::string refused = "Script refused:  " + std::to_string(AbandonedWorkers()) +
-                                " abandoned workers still run (tid=";
-    EXPECT_EQ(1u, trace.linesWith(refused).size()) << refused;
     EXPECT_EQ(1u, trace.linesWith("CreateThread failed:  8 (tid=").size());
 }
 
@@ -103,10 +100,7 @@ bool ThreadRuns(DWORD id, DWORD ms = 0) {
 // small bounds so that every hostile case ends in seconds.
 class UntrustedTest : public testing::Test {
 protected:
-    void SetUp() override {
-        wininet_.Install(settings_);
-        wininet_.flags = PROXY_TYPE_AUTO_PROXY_URL;
-    }
+    void SetUp() override { wininet_.flags = PROXY_TYPE_AUTO_PROXY_URL; }
     struct Resolve {
         unsigned status;
         std::vector<Entry> entries;
@@ -124,14 +118,10 @@ protected:
         trace_.reset();
         trace_ = std::make_unique<ScopedTrace>(dir_.file(name + ".log"));
     }
-    std::vector<std::string> Messages(const std::string &fragment) const {
-        return trace_->messages(fragment);
-    }
 
     ComApartment com_;
-    ScopedWinInetSettings settings_;
     FakeWinInet wininet_;
-    ScopedBrowserCommand browser_{"\"C:\\Program Files\\Internet Explorer\\IEXPLORE.EXE\" %1"};
+    ScopedBrowserCommand browser_{kIECommand};
     TempDir dir_;
     std::unique_ptr<ScopedTrace> trace_;
     ScopedRegistryValue connect_ = ScopedRegistryValue::Dword("WPADConnectTimeout", 1);
@@ -145,60 +135,6 @@ const DWORD kMarginMs = 1000;
 const std::string kProxyScript = Returning("\"PROXY pac.example:3128\"");
 
 const HttpResponse kProxyAnswer = HttpResponse::Text(kProxyScript);
-
-TEST_F(UntrustedTest, HostileServersAreLeftAtTheirBound) {
-    // The function named in the last line only: every chunk of the download counts.
-    const std::string big(6 * 1024 * 1024 - kProxyScript.size() - 1, '/');
-    const std::string stalled = "Download stalled: no progress within WPADConnectTimeout (1000 ms)";
-    const std::string answered = "FindProxyForURL returned:  PROXY pac.example:3128";
-    const struct {
-        const char *name;
-        HttpResponse response;
-        DWORD total, maxSize;  // registry values; maxSize 0: absent
-        unsigned status;
-        std::string line;
-        DWORD boundMs;  // 0: no bound checked, the call ends by itself
-    } rows[] = {
-        // A server that never answers is the worker cap's test; a drip is a
-        // stall, WinINet handing back nothing until its buffer is full.
-        {"stalls after the headers", kProxyAnswer.stoppingAfter(0, 60000), 60, 0, 2, stalled, 1000},
-        {"sends 4 KiB every 0.5 s",
-         HttpResponse::Text(kProxyScript + std::string(256 * 1024, '/')).dripping(500, 4096), 2, 0,
-         2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
-        {"endless body without length",
-         HttpResponse::Text(kProxyScript + std::string(1024 * 1024, '/'))
-             .announcing(HttpResponse::kNoLength)
-             .stoppingAfter(SIZE_MAX, 60000),
-         60, 65536, 2, "Download exceeds WPADMaxScriptSize (65536 bytes)", 0},
-        {"script of exactly the limit", HttpResponse::Text(kProxyScript), 60,
-         static_cast<DWORD>(kProxyScript.size()), 0, answered, 0},
-        {"6 MiB script under the default limit", HttpResponse::Text(big + "\n" + kProxyScript), 60,
-         0, 0, answered, 0},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        StartTrace(row.name);
-        auto total = ScopedRegistryValue::Dword("WPADDownloadTimeout", row.total);
-        auto size = row.maxSize ? ScopedRegistryValue::Dword("WPADMaxScriptSize", row.maxSize)
-                                : ScopedRegistryValue::Absent("WPADMaxScriptSize");
-        LoopbackHttpServer server;
-        server.serve("/proxy.pac", row.response);
-        const Resolve got = Run(server.url("/proxy.pac"));
-        EXPECT_EQ(got.status, row.status);
-        EXPECT_EQ(got.entries, row.status == 0 ? std::vector<Entry>{Proxy("pac.example", 3128)}
-                                               : std::vector<Entry>());
-        EXPECT_EQ(Messages(row.line), std::vector<std::string>{row.line});
-        EXPECT_EQ(Messages("Download runs on worker thread ").size(), 1u);
-        if (row.boundMs > 0) {
-            EXPECT_GE(got.ms + 20, row.boundMs);
-            EXPECT_LE(got.ms, row.boundMs + kMarginMs);
-        }
-        printf("  %-40s %5lu ms (bound %lu ms)\n", row.name, static_cast<unsigned long>(got.ms),
-               static_cast<unsigned long>(row.boundMs));
-    }
-    // With its server gone every abandoned worker ends by itself.
-    EXPECT_TRUE(WaitForAbandonedWorkers(30000)) << AbandonedWorkers() << " still run";
-}
 
 TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
     ASSERT_TRUE(WaitForAbandonedWorkers(30000));
@@ -217,8 +153,8 @@ TEST_F(UntrustedTest, TwentyStalledDownloadsInARowLeaveAtMostEightWorkers) {
             stalledCalls += got.ms >= 980;
         }
         EXPECT_EQ(stalledCalls, kMaxAbandonedWorkers);
-        EXPECT_EQ(Messages("Download refused:  8 abandoned workers still run").size(), 12u);
-        for (const std::string &line : Messages("Download runs on worker thread "))
+        EXPECT_EQ(trace_->messages("Download refused:  8 abandoned workers still run").size(), 12u);
+        for (const std::string &line : trace_->messages("Download runs on worker thread "))
             workers.push_back(std::stoul(line.substr(line.rfind(' ') + 1)));
         EXPECT_EQ(workers.size(), 8u);
         for (DWORD id : workers) EXPECT_TRUE(ThreadRuns(id)) << id;
@@ -283,15 +219,11 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
             reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));
         const auto canUnloadNow = reinterpret_cast<CanUnloadNow>(
             reinterpret_cast<void *>(GetProcAddress(library, "DllCanUnloadNow")));
-        IClassFactory *factory = nullptr;
-        ASSERT_EQ(getClassObject(CLSID_Routvane, IID_IClassFactory,
-                                 reinterpret_cast<void **>(&factory)),
-                  S_OK);
-        IRoutvane *resolver = nullptr;
-        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane,
-                                          reinterpret_cast<void **>(&resolver)),
-                  S_OK);
-        factory->Release();
+        ComPtr<IClassFactory> factory;
+        ASSERT_EQ(getClassObject(CLSID_Routvane, IID_IClassFactory, factory.outVoid()), S_OK);
+        ComPtr<IRoutvane> resolver;
+        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IRoutvane, resolver.outVoid()), S_OK);
+        factory.reset();
         const DWORD start = GetTickCount();
         EXPECT_EQ(resolver->RoutvaneBrowser(0, "www.example.com", 443), row.status);
         EXPECT_LE(GetTickCount() - start, 1000 + kMarginMs);
@@ -299,11 +231,11 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
         EXPECT_TRUE(resolver->GetBrowser(&browserCode));
         EXPECT_EQ(browserCode, row.browser);
         EXPECT_EQ(resolver->GetProxyCount(), row.entries);
-        resolver->Release();
+        resolver.reset();
         // The download's worker and the script's, which may be one thread
         // or two; one that ended already cannot be opened.
         std::vector<HANDLE> workers;
-        for (const std::string &line : Messages("runs on worker thread "))
+        for (const std::string &line : trace_->messages("runs on worker thread "))
             if (HANDLE h = OpenThread(SYNCHRONIZE, FALSE, std::stoul(line.substr(line.rfind(' ') + 1))))
                 workers.push_back(h);
         ASSERT_FALSE(workers.empty());
@@ -322,36 +254,71 @@ TEST_F(UntrustedTest, TheLibraryThroughItsInterfaceStaysLoadedUntilItsLastWorker
 
 // Last: the endless script's worker never ends. Which objects a script may
 // create is the script host's own test.
-TEST_F(UntrustedTest, HostileScriptsAreLeftAtTheirBound) {
+TEST_F(UntrustedTest, HostileServersAndScriptsAreLeftAtTheirBound) {
+    // The function named in the last line only: every chunk of the download counts.
+    const std::string big(6 * 1024 * 1024 - kProxyScript.size() - 1, '/');
+    const std::string stalled = "Download stalled: no progress within WPADConnectTimeout (1000 ms)";
+    const std::string answered = "FindProxyForURL returned:  PROXY pac.example:3128";
     const std::string timedOut =
         "Script timed out: PACScriptTimeout (2000 ms) passed; InterruptScriptThread:  80004001";
     const long objects = ModuleObjectCount();
     const struct {
         const char *name;
-        std::string script;
+        HttpResponse response;
+        DWORD total, maxSize;  // registry values; maxSize 0: absent
+        unsigned status;
+        std::string line;
+        DWORD boundMs;  // 0: no bound checked, the call ends by itself
     } rows[] = {
-        {"busy for 4 s", Returning("(function () { var end = new Date().getTime() + 4000;"
-                                   " while (new Date().getTime() < end) {} return 'DIRECT'; })()")},
-        {"never returns", Returning("(function () { for (;;) {} })()")},
+        // A server that never answers is the worker cap's test; a drip is a
+        // stall, WinINet handing back nothing until its buffer is full.
+        {"stalls after the headers", kProxyAnswer.stoppingAfter(0, 60000), 60, 0, 2, stalled, 1000},
+        {"sends 4 KiB every 0.5 s",
+         HttpResponse::Text(kProxyScript + std::string(256 * 1024, '/')).dripping(500, 4096), 2, 0,
+         2, "Download timed out: WPADDownloadTimeout (2000 ms) passed", 2000},
+        {"endless body without length",
+         HttpResponse::Text(kProxyScript + std::string(1024 * 1024, '/'))
+             .announcing(HttpResponse::kNoLength)
+             .stoppingAfter(SIZE_MAX, 60000),
+         60, 65536, 2, "Download exceeds WPADMaxScriptSize (65536 bytes)", 0},
+        {"script of exactly the limit", HttpResponse::Text(kProxyScript), 60,
+         static_cast<DWORD>(kProxyScript.size()), 0, answered, 0},
+        {"6 MiB script under the default limit", HttpResponse::Text(big + "\n" + kProxyScript), 60,
+         0, 0, answered, 0},
+        {"script busy for 4 s",
+         HttpResponse::Text(Returning("(function () { var end = new Date().getTime() + 4000; while"
+                                      " (new Date().getTime() < end) {} return 'DIRECT'; })()")),
+         60, 0, 2, timedOut, 2000},
+        {"script never returns", HttpResponse::Text(Returning("(function () { for (;;) {} })()")),
+         60, 0, 2, timedOut, 2000},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         StartTrace(row.name);
-        LoopbackHttpServer server;
-        server.serve("/proxy.pac", HttpResponse::Text(row.script));
-        const Resolve got = Run(server.url("/proxy.pac"));
-        EXPECT_EQ(got.status, 2u);
-        EXPECT_EQ(got.entries, std::vector<Entry>());
-        EXPECT_EQ(Messages(timedOut), std::vector<std::string>{timedOut});
-        EXPECT_EQ(Messages("Script runs on worker thread ").size(), 1u);
-        EXPECT_GE(got.ms + 20, 2000u);
-        EXPECT_LE(got.ms, 2000 + kMarginMs);
-        printf("  %-40s %5lu ms\n", row.name, static_cast<unsigned long>(got.ms));
-        if (&row == rows) {
-            // Abandoned, it still ends by itself and gives back what it held.
-            EXPECT_TRUE(WaitForAbandonedWorkers(10000));
-            EXPECT_EQ(ModuleObjectCount(), objects);
+        {
+            auto total = ScopedRegistryValue::Dword("WPADDownloadTimeout", row.total);
+            auto size = row.maxSize ? ScopedRegistryValue::Dword("WPADMaxScriptSize", row.maxSize)
+                                    : ScopedRegistryValue::Absent("WPADMaxScriptSize");
+            LoopbackHttpServer server;
+            server.serve("/proxy.pac", row.response);
+            const Resolve got = Run(server.url("/proxy.pac"));
+            EXPECT_EQ(got.status, row.status);
+            EXPECT_EQ(got.entries, row.status == 0 ? std::vector<Entry>{Proxy("pac.example", 3128)}
+                                                   : std::vector<Entry>());
+            EXPECT_EQ(trace_->messages(row.line), std::vector<std::string>{row.line});
+            EXPECT_EQ(trace_->messages("Download runs on worker thread ").size(), 1u);
+            if (row.boundMs > 0) {
+                EXPECT_GE(got.ms + 20, row.boundMs);
+                EXPECT_LE(got.ms, row.boundMs + kMarginMs);
+            }
+            printf("  %-40s %5lu ms (bound %lu ms)\n", row.name, static_cast<unsigned long>(got.ms),
+                   static_cast<unsigned long>(row.boundMs));
         }
+        if (&row == std::end(rows) - 1) break;
+        // With its server gone an abandoned worker ends by itself and gives
+        // back what it held.
+        EXPECT_TRUE(WaitForAbandonedWorkers(30000)) << AbandonedWorkers() << " still run";
+        EXPECT_EQ(ModuleObjectCount(), objects);
     }
     // The engine cannot be interrupted: that worker runs until the program
     // ends, with the engine's objects.

@@ -49,17 +49,17 @@ WinInetSnapshot Unanswered(WinInetSnapshot s) {
     return s;
 }
 
+// The target is left alone by every bypass list but "<local>"; the port is 80.
 struct DecisionCase {
     const char *name;
     WinInetSnapshot settings;
-    const char *target;
-    uint32_t port;
-    uint32_t urlAnswer, detectAnswer;  // what the network sources answer
     uint32_t status;
     std::vector<Entry> entries;
-    std::vector<std::string> calls;    // network sources asked, in order
     std::vector<std::string> present;  // trace texts that must appear
     std::vector<std::string> absent;   // and must not
+    std::vector<std::string> calls = {};  // network sources asked, in order
+    const char *target = "web.corp";
+    uint32_t urlAnswer = 2, detectAnswer = 2;  // what the network sources answer
 };
 
 class DecisionTest : public testing::TestWithParam<DecisionCase> {};
@@ -75,7 +75,7 @@ TEST_P(DecisionTest, WalksTheSourcesInTheirFixedOrder) {
     Routvane r;
     {
         tracefunc tf(__LINE__, "Routvane", "GetProxyFromIE");
-        EXPECT_EQ(DecideFromWinInetSettings(c.settings, c.target, c.port, r, fallbacks, tf),
+        EXPECT_EQ(DecideFromWinInetSettings(c.settings, c.target, 80, r, fallbacks, tf),
                   c.status);
     }
     EXPECT_EQ(Entries(r), c.entries);
@@ -90,58 +90,52 @@ const char kPac[] = "http://pac/proxy.pac";
 INSTANTIATE_TEST_SUITE_P(Table, DecisionTest, testing::Values(
     DecisionCase{"local_bypass_plain_name",
         PerConnection(kDirectFlag | kProxy, "proxy:8080", "<local>"),
-        "intranet", 80, 2, 2, 1, {}, {}, {}, {"PROXY_TYPE_PROXY:  "}},
+        1, {}, {}, {"PROXY_TYPE_PROXY:  "}, {}, "intranet"},
     DecisionCase{"local_bypass_dotted_name",
-        PerConnection(kDirectFlag | kProxy, "proxy:8080", "<local>"),
-        "web.corp", 80, 2, 2, 0, {Proxy("proxy", 8080)}, {},
+        PerConnection(kDirectFlag | kProxy, "proxy:8080", "<local>"), 0, {Proxy("proxy", 8080)},
         {"PROXY_TYPE_PROXY:  proxy:8080", "INTERNET_OPTION_VERSION is 1.2"}, {}},
     DecisionCase{"scheme_list_without_http_ends_the_walk",
-        PerConnection(kProxy | kUrl, "ftp=f:21", nullptr, kPac),
-        "web.corp", 80, 2, 2, 1, {}, {}, {}, {"PROXY_TYPE_AUTO_PROXY_URL"}},
+        PerConnection(kProxy | kUrl, "ftp=f:21", nullptr, kPac), 1, {}, {},
+        {"PROXY_TYPE_AUTO_PROXY_URL"}},
     DecisionCase{"pac_answers", PerConnection(kUrl | kDetect | kDirectFlag, nullptr, nullptr, kPac),
-        "web.corp", 80, 0, 2, 0, {}, {"url http://pac/proxy.pac"}, {}, {"PROXY_TYPE_AUTO_DETECT"}},
+        0, {}, {}, {"PROXY_TYPE_AUTO_DETECT"}, {"url http://pac/proxy.pac"}, "web.corp", 0},
     DecisionCase{"failed_pac_then_direct",
-        PerConnection(kUrl | kDirectFlag, nullptr, nullptr, kPac),
-        "web.corp", 80, 2, 2, 1, {}, {"url http://pac/proxy.pac"},
+        PerConnection(kUrl | kDirectFlag, nullptr, nullptr, kPac), 1, {},
         {"PROXY_TYPE_AUTO_PROXY_URL", "RunAutoProxyURL failed...trying other proxy options",
-         "PROXY_TYPE_DIRECT"}, {}},
-    DecisionCase{"failed_pac_alone_fails", PerConnection(kUrl, nullptr, nullptr, kPac),
-        "web.corp", 80, 2, 2, 2, {}, {"url http://pac/proxy.pac"},
-        {"RunAutoProxyURL failed...trying other proxy options"}, {"PROXY_TYPE_DIRECT"}},
+         "PROXY_TYPE_DIRECT"}, {}, {"url http://pac/proxy.pac"}},
+    DecisionCase{"failed_pac_alone_fails", PerConnection(kUrl, nullptr, nullptr, kPac), 2, {},
+        {"RunAutoProxyURL failed...trying other proxy options"}, {"PROXY_TYPE_DIRECT"},
+        {"url http://pac/proxy.pac"}},
     DecisionCase{"failed_pac_then_detection",
-        PerConnection(kUrl | kDetect | kDirectFlag, nullptr, nullptr, kPac),
-        "web.corp", 80, 2, 2, 1, {}, {"url http://pac/proxy.pac", "detect"},
-        {"PROXY_TYPE_AUTO_DETECT", "RunAutoDetect failed...trying other proxy options"}, {}},
-    DecisionCase{"url_flag_without_url_is_skipped", PerConnection(kUrl, nullptr),
-        "web.corp", 80, 2, 2, 1, {}, {}, {}, {"PROXY_TYPE_AUTO_PROXY_URL"}},
+        PerConnection(kUrl | kDetect | kDirectFlag, nullptr, nullptr, kPac), 1, {},
+        {"PROXY_TYPE_AUTO_DETECT", "RunAutoDetect failed...trying other proxy options"}, {},
+        {"url http://pac/proxy.pac", "detect"}},
+    DecisionCase{"url_flag_without_url_is_skipped", PerConnection(kUrl, nullptr), 1, {}, {},
+        {"PROXY_TYPE_AUTO_PROXY_URL"}},
     DecisionCase{"proxy_flag_without_server_is_skipped",
-        PerConnection(kProxy | kDirectFlag, nullptr, "<local>"),
-        "web.corp", 80, 2, 2, 1, {}, {}, {"PROXY_TYPE_DIRECT"}, {"PROXY_TYPE_PROXY:  "}},
-    DecisionCase{"no_flags", PerConnection(0, "p:1"), "x", 80, 2, 2, 1, {}, {}, {}, {}},
-    DecisionCase{"per_connection_query_failed", Unanswered(PerConnection(kProxy, "p:1")),
-        "x", 80, 2, 2, 2, {}, {},
+        PerConnection(kProxy | kDirectFlag, nullptr, "<local>"), 1, {}, {"PROXY_TYPE_DIRECT"},
+        {"PROXY_TYPE_PROXY:  "}},
+    DecisionCase{"no_flags", PerConnection(0, "p:1"), 1, {}, {}, {}},
+    DecisionCase{"per_connection_query_failed", Unanswered(PerConnection(kProxy, "p:1")), 2, {},
         {"InternetQueryOption(INTERNET_OPTION_PER_CONNECTION_OPTION) failed:  12009 "}, {}},
     DecisionCase{"version_unknown_is_per_connection",
         [] { WinInetSnapshot s = PerConnection(kProxy, "p:9"); s.versionKnown = false; return s; }(),
-        "x", 80, 2, 2, 0, {Proxy("p", 9)}, {}, {}, {"INTERNET_OPTION_VERSION is"}},
+        0, {Proxy("p", 9)}, {}, {"INTERNET_OPTION_VERSION is"}},
     DecisionCase{"wininet_absent_goes_direct_silently",
-        [] { WinInetSnapshot s; s.present = false; return s; }(),
-        "x", 80, 2, 2, 1, {}, {}, {}, {"INTERNET_OPTION"}},
+        [] { WinInetSnapshot s; s.present = false; return s; }(), 1, {}, {}, {"INTERNET_OPTION"}},
     DecisionCase{"legacy_proxy_ignores_bypass",
-        Legacy(INTERNET_OPEN_TYPE_PROXY, "p:3128", "<local>"),
-        "intranet", 80, 2, 2, 0, {Proxy("p", 3128)}, {},
-        {"INTERNET_OPTION_VERSION is 1.1", "Proxy bypass:  <local>"}, {}},
+        Legacy(INTERNET_OPEN_TYPE_PROXY, "p:3128", "<local>"), 0, {Proxy("p", 3128)},
+        {"INTERNET_OPTION_VERSION is 1.1", "Proxy bypass:  <local>"}, {}, {}, "intranet"},
     DecisionCase{"legacy_scheme_list_is_one_host",
-        Legacy(INTERNET_OPEN_TYPE_PROXY, "http=h1:80;https=h2:443"),
-        "x", 80, 2, 2, 0, {Proxy("http=h1", 80)}, {}, {}, {}},
-    DecisionCase{"legacy_direct", Legacy(INTERNET_OPEN_TYPE_DIRECT),
-        "x", 80, 2, 2, 1, {}, {}, {"No proxy set"}, {}},
-    DecisionCase{"legacy_empty_proxy", Legacy(INTERNET_OPEN_TYPE_PROXY, ""),
-        "x", 80, 2, 2, 1, {}, {}, {"Empty proxy value"}, {}},
-    DecisionCase{"legacy_preconfig_is_invalid", Legacy(INTERNET_OPEN_TYPE_PRECONFIG),
-        "x", 80, 2, 2, 2, {}, {}, {"Invalid dwAccessType:  0 "}, {}},
-    DecisionCase{"legacy_query_failed", Unanswered(Legacy(INTERNET_OPEN_TYPE_PROXY, "p:1")),
-        "x", 80, 2, 2, 2, {}, {}, {"InternetQueryOption failed:  12009 "}, {}}),
+        Legacy(INTERNET_OPEN_TYPE_PROXY, "http=h1:80;https=h2:443"), 0, {Proxy("http=h1", 80)},
+        {}, {}},
+    DecisionCase{"legacy_direct", Legacy(INTERNET_OPEN_TYPE_DIRECT), 1, {}, {"No proxy set"}, {}},
+    DecisionCase{"legacy_empty_proxy", Legacy(INTERNET_OPEN_TYPE_PROXY, ""), 1, {},
+        {"Empty proxy value"}, {}},
+    DecisionCase{"legacy_preconfig_is_invalid", Legacy(INTERNET_OPEN_TYPE_PRECONFIG), 2, {},
+        {"Invalid dwAccessType:  0 "}, {}},
+    DecisionCase{"legacy_query_failed", Unanswered(Legacy(INTERNET_OPEN_TYPE_PROXY, "p:1")), 2,
+        {}, {"InternetQueryOption failed:  12009 "}, {}}),
     [](const testing::TestParamInfo<DecisionCase> &info) { return std::string(info.param.name); });
 // clang-format on
 
@@ -174,9 +168,7 @@ TEST(QueryTest, AsksByVersionAndKeepsWhatWasAnswered) {
          false, 12009, nullptr},
     };
     for (const QueryCase &row : rows) {
-        ScopedWinInetSettings seam;
         FakeWinInet wininet;
-        wininet.Install(seam);
         wininet.present = row.present;
         wininet.minor = row.minor;
         wininet.failing = row.failing;

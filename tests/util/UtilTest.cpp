@@ -18,8 +18,6 @@ TEST(Utf8, ConversionsAndRefusals) {
         const char *refusedBy = nullptr;
         uint32_t code = 0;
     } rows[] = {{L"A", 1, 0, "A"},
-                {L"\u00e9", 1, 0, "\xC3\xA9"},
-                {L"\u20ac", 1, 0, "\xE2\x82\xAC"},
                 {L"\ufffe", 1, 0, "\xEF\xBF\xBE"},
                 {L"\u07ff\u0800", 2, 0, "\xDF\xBF\xE0\xA0\x80"},
                 {L"\u0011", 1, 0, "\x11"},
@@ -35,8 +33,7 @@ TEST(Utf8, ConversionsAndRefusals) {
                 {L"ok\xD83D\xDE00", 4, 0, "", "UTF8FromUnicode"},
                 {L"\xDC00", 1, 0, "", "UTF8FromUnicode"},
                 {L"\xFFFF", 1, 0, "", "UTF8FromUnicode"},
-                {L"abc\u00e9", 4, UTF8_ASCII_ONLY, "", "UTF8ToUnicode", 5665},
-                {L"\u20ac", 1, UTF8_ASCII_ONLY, "", "UTF8ToUnicode", 5665}};
+                {L"abc\u00e9", 4, UTF8_ASCII_ONLY, "", "UTF8ToUnicode", 5665}};
     TempDir dir;
     ScopedTrace trace(dir.file("t.txt"));
     for (const auto &row : rows) {
