@@ -104,10 +104,13 @@ TempDir::TempDir() {
     char base[MAX_PATH + 1];
     GetTempPathA(MAX_PATH, base);
     static unsigned counter = 0;
-    do {
+    // A name taken already (left by a killed run) is passed over; when a
+    // hundred in a row cannot be made, the tests fail on their files.
+    for (int tries = 0; tries < 100; ++tries) {
         path_ = std::string(base) + "rvtest-" + std::to_string(GetCurrentProcessId()) + "-" +
                 std::to_string(++counter);
-    } while (!CreateDirectoryA(path_.c_str(), nullptr));
+        if (CreateDirectoryA(path_.c_str(), nullptr)) return;
+    }
 }
 
 TempDir::~TempDir() { RemoveTree(path_); }
