@@ -13,6 +13,7 @@
 #include "TestSupport.h"
 #include "com/Module.h"
 #include "util/ComOwners.h"
+#include "util/Registry.h"
 #include "resolver/Routvane.h"
 
 namespace {
@@ -92,10 +93,7 @@ TEST(Module, ResolverIdentityErrorInfoAndItsHoldOnTheModule) {
     EXPECT_EQ(again.get(), resolver.get());
     EXPECT_EQ(resolver->AddRef(), 6u);
     EXPECT_EQ(resolver->Release(), 5u);
-
-    void *out = reinterpret_cast<void *>(0x1);
-    EXPECT_EQ(resolver->QueryInterface(IID_IClassFactory, &out), E_NOINTERFACE);
-    EXPECT_EQ(out, nullptr);
+    // A refused interface is the helper object's row: the same base answers.
     EXPECT_EQ(resolver->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
 }
 
@@ -115,8 +113,6 @@ TEST(Module, ReferenceCountsAreAtomic) {
     EXPECT_EQ(resolver->Release(), 0u);
 }
 
-// ------------------------------------------------------------ registration
-
 // A REG_SZ value under HKEY_CLASSES_ROOT, or "(none)".
 std::string ClassesValue(const std::string &key, const char *name) {
     char buffer[1024];
@@ -128,11 +124,8 @@ std::string ClassesValue(const std::string &key, const char *name) {
 }
 
 bool KeyExists(const std::string &key) {
-    HKEY k = nullptr;
-    if (RegOpenKeyExA(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS)
-        return false;
-    RegCloseKey(k);
-    return true;
+    RegKey k;
+    return RegOpenKeyExA(HKEY_CLASSES_ROOT, key.c_str(), 0, KEY_READ, k.out()) == ERROR_SUCCESS;
 }
 
 // Registered twice over itself, then unregistered with a key of someone
@@ -165,11 +158,9 @@ TEST(Registration, WritesTheClassTreeAndRemovesWholeTrees) {
         EXPECT_EQ(ClassesValue(row.key, row.name), row.data)
             << row.key << " " << (row.name ? row.name : "");
 
-    HKEY extra = nullptr;
-    ASSERT_EQ(RegCreateKeyExA(HKEY_CLASSES_ROOT, (classKey + "\\Added\\Deeper").c_str(), 0,
-                              nullptr, 0, KEY_ALL_ACCESS, nullptr, &extra, nullptr),
+    ASSERT_EQ(RegSetKeyValueA(HKEY_CLASSES_ROOT, (classKey + "\\Added\\Deeper").c_str(), nullptr,
+                              REG_SZ, "x", 2),
               ERROR_SUCCESS);
-    RegCloseKey(extra);
     EXPECT_EQ(DllUnregisterServer(), S_OK);
     for (const std::string &key : {classKey, std::string("Ovrena.Routvane"),
                                   std::string("Ovrena.Routvane.1")})

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "PacTestSupport.h"
+#include "TestSupport.h"
 #include "pac/FindProxyForURL.h"
 #include "resolver/Routvane.h"
 
@@ -38,10 +39,9 @@ TEST(NoTypeLibrary, DispatchAnswersElementNotFoundAndScriptsRunWithoutHelpers) {
 TEST(NoTypeLibrary, TheLibraryLoadsWithoutIt) {
     HMODULE library = LoadLibraryA("routvane_notypelib.dll");
     ASSERT_NE(nullptr, library);
-    char path[MAX_PATH];
-    ASSERT_NE(0u, GetModuleFileNameA(library, path, sizeof path));
     ComPtr<ITypeLib> lib;  // the copy truly lacks the resource
-    EXPECT_TRUE(FAILED(LoadTypeLib(BstrFromNarrow(path).get(), lib.out())));
+    const ScopedBstr path = BstrFromNarrow(Beside("routvane_notypelib.dll"));
+    EXPECT_TRUE(FAILED(LoadTypeLib(path.get(), lib.out())));
     using GetClassObject = HRESULT(WINAPI *)(REFCLSID, REFIID, void **);
     auto getClassObject = reinterpret_cast<GetClassObject>(
         reinterpret_cast<void *>(GetProcAddress(library, "DllGetClassObject")));

@@ -218,4 +218,23 @@ TEST(MyScriptSite, ItemInfoServesOnlyGlobalMethods) {
     info->ReleaseTypeAttr(attr);
 }
 
+// Under Wine the untrusted-data option alone already blocks every object,
+// so the manager's own answer is checked here: no, to every question.
+TEST(MyScriptSite, SecurityManagerDisallows) {
+    ComPtr<MyScriptSite> site = ComPtr<MyScriptSite>::Share(new MyScriptSite());
+    ComPtr<IInternetHostSecurityManager> manager;
+    ASSERT_EQ(S_OK, site->QueryService(SID_SInternetHostSecurityManager,
+                                       IID_IInternetHostSecurityManager, manager.outVoid()));
+    DWORD policy = URLPOLICY_ALLOW;
+    BYTE *const answer = reinterpret_cast<BYTE *>(&policy);
+    EXPECT_EQ(S_FALSE, manager->ProcessUrlAction(URLACTION_ACTIVEX_RUN, answer, sizeof policy,
+                                                 nullptr, 0, 0, 0));
+    EXPECT_EQ(DWORD{URLPOLICY_DISALLOW}, policy);
+    TaskMemory<BYTE> custom;
+    DWORD size = 0;
+    EXPECT_EQ(S_FALSE, manager->QueryCustomPolicy(GUID{}, custom.out(), &size, nullptr, 0, 0));
+    ASSERT_EQ(sizeof(DWORD), size);
+    EXPECT_EQ(DWORD{URLPOLICY_DISALLOW}, *reinterpret_cast<DWORD *>(custom.get()));
+}
+
 }  // namespace
