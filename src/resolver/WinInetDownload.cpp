@@ -12,42 +12,27 @@ HINTERNET RealInternetOpenA(const char *agent, DWORD accessType, const char *pro
                             const char *bypass, DWORD flags) {
     using Fn = HINTERNET(WINAPI *)(LPCSTR, DWORD, LPCSTR, LPCSTR, DWORD);
     static Fn fn = Bound<Fn>("InternetOpenA");
-    if (!fn) {
-        ::SetLastError(ERROR_PROC_NOT_FOUND);
-        return nullptr;
-    }
-    return fn(agent, accessType, proxy, bypass, flags);
+    return CallOptional<HINTERNET>(fn, nullptr, agent, accessType, proxy, bypass, flags);
 }
 
 BOOL RealInternetSetOptionA(HINTERNET handle, DWORD option, void *buffer, DWORD length) {
     using Fn = BOOL(WINAPI *)(HINTERNET, DWORD, LPVOID, DWORD);
     static Fn fn = Bound<Fn>("InternetSetOptionA");
-    if (!fn) {
-        ::SetLastError(ERROR_PROC_NOT_FOUND);
-        return FALSE;
-    }
-    return fn(handle, option, buffer, length);
+    return CallOptional(fn, FALSE, handle, option, buffer, length);
 }
 
 HINTERNET RealInternetOpenUrlA(HINTERNET session, const char *url, const char *headers,
                                DWORD headersLength, DWORD flags, DWORD_PTR context) {
     using Fn = HINTERNET(WINAPI *)(HINTERNET, LPCSTR, LPCSTR, DWORD, DWORD, DWORD_PTR);
     static Fn fn = Bound<Fn>("InternetOpenUrlA");
-    if (!fn) {
-        ::SetLastError(ERROR_PROC_NOT_FOUND);
-        return nullptr;
-    }
-    return fn(session, url, headers, headersLength, flags, context);
+    return CallOptional<HINTERNET>(fn, nullptr, session, url, headers, headersLength, flags,
+                                   context);
 }
 
 BOOL RealInternetReadFile(HINTERNET handle, void *buffer, DWORD size, DWORD *read) {
     using Fn = BOOL(WINAPI *)(HINTERNET, LPVOID, DWORD, LPDWORD);
     static Fn fn = Bound<Fn>("InternetReadFile");
-    if (!fn) {
-        ::SetLastError(ERROR_PROC_NOT_FOUND);
-        return FALSE;
-    }
-    return fn(handle, buffer, size, read);
+    return CallOptional(fn, FALSE, handle, buffer, size, read);
 }
 
 const WinInetDownloadApi kReal = {RealInternetOpenA, RealInternetSetOptionA, RealInternetOpenUrlA,

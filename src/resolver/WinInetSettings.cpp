@@ -10,11 +10,7 @@ namespace {
 BOOL RealInternetQueryOptionA(HINTERNET session, DWORD option, void *buffer, DWORD *length) {
     using Fn = BOOL(WINAPI *)(HINTERNET, DWORD, void *, DWORD *);
     static Fn fn = OptionalFunction<Fn>("wininet.dll", "InternetQueryOptionA");
-    if (!fn) {
-        ::SetLastError(ERROR_PROC_NOT_FOUND);
-        return FALSE;
-    }
-    return fn(session, option, buffer, length);
+    return CallOptional(fn, FALSE, session, option, buffer, length);
 }
 
 HMODULE RealLoadLibraryA(const char *name) { return ::LoadLibraryA(name); }

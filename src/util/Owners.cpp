@@ -18,9 +18,5 @@ BOOL CloseServiceManager(SC_HANDLE manager) { return ::CloseServiceHandle(manage
 BOOL CloseInternetHandle(void *handle) {
     using Fn = BOOL(WINAPI *)(void *);
     static Fn fn = OptionalFunction<Fn>("wininet.dll", "InternetCloseHandle");
-    if (!fn) {
-        ::SetLastError(ERROR_PROC_NOT_FOUND);
-        return FALSE;
-    }
-    return fn(handle);
+    return CallOptional(fn, FALSE, handle);
 }

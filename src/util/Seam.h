@@ -33,3 +33,15 @@ F OptionalFunction(const char *library, const char *name) {
     return module ? reinterpret_cast<F>(reinterpret_cast<void *>(::GetProcAddress(module, name)))
                   : nullptr;
 }
+
+// Calls an optional entry point; where it is missing the call fails as the
+// absent DLL's would: the failure value, with ERROR_PROC_NOT_FOUND as the
+// last error.
+template <class R, class F, class... Args>
+R CallOptional(F fn, R failed, Args... args) {
+    if (!fn) {
+        ::SetLastError(ERROR_PROC_NOT_FOUND);
+        return failed;
+    }
+    return fn(args...);
+}
