@@ -74,11 +74,9 @@ TEST(RunBounded, TheWorkerRunsUnderTheCallersImpersonationToken) {
         auto hadToken = std::make_shared<std::atomic<bool>>(false);
         const BoundedRun run = RunBounded(
             [hadToken](WorkProgress &) {
-                HANDLE token = nullptr;
-                if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) {
-                    *hadToken = true;
-                    CloseHandle(token);
-                }
+                KernelHandle token;
+                *hadToken =
+                    OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.out()) != FALSE;
             },
             WaitBounds{kNoBound, 10000}, [](DWORD) {}, [] {});
         if (impersonating) RevertToSelf();
@@ -89,11 +87,8 @@ TEST(RunBounded, TheWorkerRunsUnderTheCallersImpersonationToken) {
 
 // Whether the thread of that id still runs; waits up to ms for it to end.
 bool ThreadRuns(DWORD id, DWORD ms = 0) {
-    HANDLE thread = OpenThread(SYNCHRONIZE, FALSE, id);
-    if (!thread) return false;
-    const bool runs = WaitForSingleObject(thread, ms) == WAIT_TIMEOUT;
-    CloseHandle(thread);
-    return runs;
+    const KernelHandle thread(OpenThread(SYNCHRONIZE, FALSE, id));
+    return thread && WaitForSingleObject(thread.get(), ms) == WAIT_TIMEOUT;
 }
 
 // RoutvaneBrowser through the WinINet settings naming one PAC URL, with

@@ -6,19 +6,20 @@
 #include <utility>
 
 #include "trace/ZelTraceManager.h"
+#include "util/Registry.h"
 
 ScopedRegistryValue::ScopedRegistryValue(HKEY root, std::string key, std::string name)
     : root_(root), key_(std::move(key)), name_(std::move(name)) {
     // An empty name is the key's default value.
-    HKEY k = nullptr;
-    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return;
+    RegKey k;
+    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, k.out()) != ERROR_SUCCESS) return;
     DWORD size = 0;
-    if (RegQueryValueExA(k, name_.c_str(), nullptr, &oldType_, nullptr, &size) == ERROR_SUCCESS) {
+    if (RegQueryValueExA(k.get(), name_.c_str(), nullptr, &oldType_, nullptr, &size) ==
+        ERROR_SUCCESS) {
         old_.resize(size);
-        had_ = RegQueryValueExA(k, name_.c_str(), nullptr, &oldType_, old_.data(), &size) ==
+        had_ = RegQueryValueExA(k.get(), name_.c_str(), nullptr, &oldType_, old_.data(), &size) ==
                ERROR_SUCCESS;
     }
-    RegCloseKey(k);
 }
 
 ScopedRegistryValue::ScopedRegistryValue(ScopedRegistryValue &&other) noexcept
@@ -57,27 +58,25 @@ static void DeleteRegistryTree(HKEY root, const std::string &key) {
 
 ScopedKeyRemoved::ScopedKeyRemoved(HKEY root, const std::string &key) : root_(root), key_(key) {
     static unsigned counter = 0;
-    HKEY from = nullptr, to = nullptr;
-    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, &from) != ERROR_SUCCESS) return;
+    RegKey from, to;
+    if (RegOpenKeyExA(root_, key_.c_str(), 0, KEY_READ, from.out()) != ERROR_SUCCESS) return;
     parked_ = "Software\\RoutvaneTestParked\\" + std::to_string(GetCurrentProcessId()) + "-" +
               std::to_string(++counter);
     RegCreateKeyExA(HKEY_CURRENT_USER, parked_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                    &to, nullptr);
-    RegCopyTreeA(from, nullptr, to);
-    RegCloseKey(to);
-    RegCloseKey(from);
+                    to.out(), nullptr);
+    RegCopyTreeA(from.get(), nullptr, to.get());
+    from.reset();
     DeleteRegistryTree(root_, key_);
 }
 
 ScopedKeyRemoved::~ScopedKeyRemoved() {
     DeleteRegistryTree(root_, key_);
     if (parked_.empty()) return;
-    HKEY from = nullptr, to = nullptr;
-    RegOpenKeyExA(HKEY_CURRENT_USER, parked_.c_str(), 0, KEY_READ, &from);
-    RegCreateKeyExA(root_, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &to, nullptr);
-    RegCopyTreeA(from, nullptr, to);
-    RegCloseKey(to);
-    RegCloseKey(from);
+    RegKey from, to;
+    RegOpenKeyExA(HKEY_CURRENT_USER, parked_.c_str(), 0, KEY_READ, from.out());
+    RegCreateKeyExA(root_, key_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, to.out(), nullptr);
+    RegCopyTreeA(from.get(), nullptr, to.get());
+    from.reset();
     DeleteRegistryTree(HKEY_CURRENT_USER, parked_);
 }
 
